@@ -1,0 +1,78 @@
+#include "api/Startup.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "logging/LogRetention.h"
+#include "platform/Platform.h"
+
+namespace pixmill::api {
+
+using logging::LogW;
+
+namespace {
+
+std::mutex g_startupMutex;
+bool g_started = false;
+std::optional<logging::Thresholds> g_hostLevels;
+
+// Designed start-up levels: errors to the file and the debug output, nothing
+// to the console.
+constexpr logging::Thresholds kStartupLevels{4, 6, 4};
+
+logging::Thresholds LevelsInForce() {
+    if (g_hostLevels) return *g_hostLevels;
+    if (auto env = ParseLogLevels(std::getenv("PIXMILL_LOG_LEVELS"))) return *env;
+    return kStartupLevels;
+}
+
+}  // namespace
+
+std::optional<logging::Thresholds> ParseLogLevels(const char* text) {
+    if (!text) return std::nullopt;
+    int file = 0, console = 0, debug = 0;
+    char tail = 0;
+    if (std::sscanf(text, " %d , %d , %d %c", &file, &console, &debug, &tail) != 3)
+        return std::nullopt;
+    logging::Thresholds t;
+    t.file = file;
+    t.console = console;
+    t.debugOutput = debug;
+    return t;
+}
+
+void EnsureStartup() {
+    std::lock_guard<std::mutex> lock(g_startupMutex);
+    if (g_started) return;
+
+    LogW(1, L"<GetProcessName>");
+    std::wstring title = platform::MainWindowTitle();
+    LogW(1, L"<Process id=\"%X\" hwnd=\"%lx\" windowsText=\"%ls\">", platform::ProcessId(), 0L,
+         title.c_str());
+    LogW(1, L"</GetProcessName>");
+
+    std::wstring prefix = logging::SetPathPrefix(logging::DefaultLogPathPrefix());
+
+    logging::Thresholds levels = LevelsInForce();
+    logging::SetThresholds(levels);
+    LogW(2, L"<LogSettingApplied file=\"%d\" console=\"%d\" debugview=\"%d\"  path=\"%ls\"/>",
+         levels.file, levels.console, levels.debugOutput, prefix.c_str());
+
+    if (!prefix.empty()) logging::RunLogRetention(logging::LogFileNameForNow());
+    g_started = true;
+}
+
+void SetHostLogLevels(const logging::Thresholds& levels) {
+    std::lock_guard<std::mutex> lock(g_startupMutex);
+    g_hostLevels = levels;
+    logging::SetThresholds(levels);
+}
+
+void ResetStartupForTesting() {
+    std::lock_guard<std::mutex> lock(g_startupMutex);
+    g_started = false;
+    g_hostLevels.reset();
+}
+
+}  // namespace pixmill::api

@@ -1,0 +1,74 @@
+#include "framework/Pin.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include "framework/Filter.h"
+#include "logging/Logger.h"
+
+using pixmill::logging::LogW;
+
+CPin::CPin(IFilter* owner, const wchar_t* name, int key, bool outputFlag, bool grayFlag)
+    : m_name(name ? name : L""), m_key(key), m_owner(owner), m_output(outputFlag), m_gray(grayFlag) {}
+
+CPin::~CPin() { DeleteImages(); }
+
+void CPin::DeleteImages() {
+    for (cv::Mat* m : m_images) delete m;
+    m_images.clear();
+}
+
+std::vector<cv::Mat*> CPin::GetImage() {
+    if (m_output) {
+        LogW(1, L"<CPin::GetImage procfilter=\"%ls\"/>", m_owner ? m_owner->GetName() : L"");
+        if (m_owner) m_owner->Process();
+        return m_images;
+    }
+    if (m_link) {
+        LogW(1, L"<CPin::GetImage link=\"%d\"/>", m_link->GetKey());
+        if (m_pulling) {
+            LogW(4, L"<ERROR func=\"CPin::GetImage\" result=\"link loop\" key=\"%d\"/>", m_key);
+            return {};
+        }
+        m_pulling = true;
+        std::vector<cv::Mat*> images;
+        try {
+            images = m_link->GetImage();
+        } catch (...) {
+            m_pulling = false;
+            throw;
+        }
+        m_pulling = false;
+        return images;
+    }
+    return m_images;
+}
+
+void CPin::SetImage(const std::vector<cv::Mat*>& images) {
+    // The copies are made before the old images go, so a list that points
+    // at this pin's own images (a filter linked to itself) stays readable.
+    std::vector<cv::Mat*> copies;
+    copies.reserve(images.size());
+    try {
+        for (cv::Mat* src : images) {
+            copies.push_back(new cv::Mat());
+            if (src && m_gray && src->channels() == 3) {
+                cv::cvtColor(*src, *copies.back(), cv::COLOR_BGR2GRAY);
+            } else if (src) {
+                src->copyTo(*copies.back());
+            }
+        }
+    } catch (...) {
+        for (cv::Mat* m : copies) delete m;
+        DeleteImages();
+        ++m_version;
+        throw;
+    }
+    DeleteImages();
+    m_images = std::move(copies);
+    ++m_version;
+}
+
+void CPin::ClearImage() {
+    m_link = nullptr;
+    DeleteImages();
+}

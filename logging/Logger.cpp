@@ -1,0 +1,181 @@
+#include "logging/Logger.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <mutex>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace pixmill::logging {
+
+namespace {
+
+std::atomic<int> g_debugThreshold{6};
+std::atomic<int> g_consoleThreshold{6};
+std::atomic<int> g_fileThreshold{6};
+
+std::mutex g_prefixMutex;
+std::wstring g_prefix;
+
+// Largest buffer tried when a wide message overflows the normal buffer; the
+// text is cut to kWideMessageChars afterwards either way.
+constexpr size_t kWideRetryLimit = size_t{1} << 22;
+
+std::string TimeStamp() {
+    platform::LocalTime t = platform::NowLocal();
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.year, t.month, t.day,
+                  t.hour, t.minute, t.second, t.millisecond);
+    return buf;
+}
+
+bool AnySinkTakes(int level) {
+    if (g_debugThreshold.load() <= level || g_consoleThreshold.load() <= level) return true;
+    if (g_fileThreshold.load() > level) return false;
+    std::lock_guard<std::mutex> lock(g_prefixMutex);
+    return !g_prefix.empty();
+}
+
+// Appends one message to today's file. The file is opened and closed for each
+// message, so a line is on disk when the call returns; a file that will not
+// open loses the message without a word.
+void WriteToFile(int level, const std::string& message, bool wide) {
+    if (g_fileThreshold.load() > level) return;
+    if (PathPrefix().empty()) return;
+    std::string file = platform::NativePath(LogFileNameForNow());
+    platform::CreateParentDirectories(file);
+    std::string text;
+    if (!platform::FileExists(file)) {
+        text += wide ? "PixmillW " : "PixmillA ";
+        text += kLogVersion;
+        text += "\n";
+    }
+    char head[96];
+    std::snprintf(head, sizeof head, " | [%d] ", level);
+    text += TimeStamp();
+    text += head;
+    text += message;
+    text += "\n";
+    platform::AppendToFile(file, text);
+}
+
+void Dispatch(int level, const std::string& message, bool wide) {
+    if (g_debugThreshold.load() <= level) platform::DebugOutput(message);
+    if (g_consoleThreshold.load() <= level) {
+        std::fwrite(message.data(), 1, message.size(), stdout);
+        std::fputc('\n', stdout);
+    }
+    WriteToFile(level, message, wide);
+}
+
+}  // namespace
+
+void LogW(int level, const wchar_t* format, ...) {
+    if (!format || !AnySinkTakes(level)) return;
+    std::vector<wchar_t> buf(kWideMessageChars + 1, L'\0');
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    int n = std::vswprintf(buf.data(), buf.size(), format, args);
+    va_end(args);
+    // The C library reports an overflowing message as a failure; format it
+    // again into room enough and keep the first 8191 characters, so a long
+    // recipe text still leaves its head in the log.
+    for (size_t size = buf.size() * 4; n < 0 && size <= kWideRetryLimit; size *= 4) {
+        buf.assign(size, L'\0');
+        va_list attempt;
+        va_copy(attempt, again);
+        n = std::vswprintf(buf.data(), buf.size(), format, attempt);
+        va_end(attempt);
+    }
+    va_end(again);
+    if (n < 0) return;
+    size_t len = std::min<size_t>(static_cast<size_t>(n), kWideMessageChars);
+    Dispatch(level, platform::ToUtf8(std::wstring(buf.data(), len)), true);
+}
+
+void LogA(int level, const char* format, ...) {
+    if (!format || !AnySinkTakes(level)) return;
+    char buf[kNarrowMessageBytes + 1];
+    va_list args;
+    va_start(args, format);
+    int n = std::vsnprintf(buf, sizeof buf, format, args);
+    va_end(args);
+    if (n < 0) return;
+    size_t len = std::min<size_t>(static_cast<size_t>(n), kNarrowMessageBytes);
+    Dispatch(level, std::string(buf, len), false);
+}
+
+Thresholds GetThresholds() {
+    Thresholds t;
+    t.debugOutput = g_debugThreshold.load();
+    t.console = g_consoleThreshold.load();
+    t.file = g_fileThreshold.load();
+    return t;
+}
+
+void SetThresholds(const Thresholds& t) {
+    g_debugThreshold.store(t.debugOutput);
+    g_consoleThreshold.store(t.console);
+    g_fileThreshold.store(t.file);
+}
+
+std::wstring SetPathPrefix(const std::wstring& prefix) {
+    std::lock_guard<std::mutex> lock(g_prefixMutex);
+    if ((prefix.size() + 1) * sizeof(wchar_t) > kPathPrefixBytes) {
+        g_prefix.clear();
+    } else {
+        g_prefix = prefix;
+    }
+    return g_prefix;
+}
+
+std::wstring PathPrefix() {
+    std::lock_guard<std::mutex> lock(g_prefixMutex);
+    return g_prefix;
+}
+
+std::wstring LogFileNameForNow() {
+    platform::LocalTime t = platform::NowLocal();
+    wchar_t date[16];
+    std::swprintf(date, 16, L"%04d%02d%02d", t.year, t.month, t.day);
+    return PathPrefix() + L"_" + date + L".log";
+}
+
+std::wstring DefaultLogPathPrefix() {
+    LogW(1, L"<GetDefaultLogFilePath>");
+    std::wstring exe = platform::ExecutablePath();
+    std::wstring stem = platform::MainWindowTitle();
+    if (!stem.empty()) {
+        size_t blank = stem.find(L' ');
+        if (blank != std::wstring::npos) stem.resize(blank);
+    } else {
+        std::wstring name = exe;
+        size_t slash = name.find_last_of(L"\\/");
+        if (slash != std::wstring::npos) name.erase(0, slash + 1);
+        size_t dot = name.rfind(L'.');
+        if (dot != std::wstring::npos) name.resize(dot);
+        wchar_t pid[16];
+        std::swprintf(pid, 16, L"%X", platform::ProcessId());
+        stem = name + L"_" + pid;
+    }
+    std::wstring prefix = L"C:\\Logs\\SORVIK\\" + stem;
+    if ((prefix.size() + 1) * sizeof(wchar_t) > kPathPrefixBytes) prefix.clear();
+    LogW(1, L"<Path exe=\"%ls\" actual=\"%ls\">", exe.c_str(), prefix.c_str());
+    LogW(1, L"</GetDefaultLogFilePath>");
+    LogW(1, L"<_GetDllPath>");
+    LogW(1, L"<Path exe=\"%ls\">", platform::LibraryPath().c_str());
+    LogW(1, L"</_GetDllPath>");
+    return prefix;
+}
+
+void ResetForTesting() {
+    SetThresholds(Thresholds{});
+    SetPathPrefix(L"");
+}
+
+}  // namespace pixmill::logging

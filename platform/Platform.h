@@ -1,0 +1,154 @@
+// The one place where Pixmill meets the operating system.
+//
+// Everything else in the library keeps the prober's Windows vocabulary: paths
+// such as "C:\Logs\SORVIK\" stay as literals, times are local calendar times
+// and 100 ns file-time units, debug lines go to "the debug output". The
+// functions here turn that vocabulary into what the host system offers, so no
+// other folder calls a POSIX function directly.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace pixmill::platform {
+
+// ---------------------------------------------------------------------------
+// Text
+// ---------------------------------------------------------------------------
+
+// UTF-8 <-> wide text. Invalid UTF-8 sequences become U+FFFD; wide values
+// that are not Unicode scalar values are written as U+FFFD too.
+std::string ToUtf8(const std::wstring& text);
+std::string ToUtf8(const wchar_t* text);  // null gives ""
+std::wstring FromUtf8(const std::string& text);
+std::wstring FromUtf8(const char* text);  // null gives ""
+
+// Decodes UTF-16 code units (already in host order) to wide text, joining
+// surrogate pairs into single code points where wchar_t is 32 bits wide.
+// Unpaired surrogates become U+FFFD.
+std::wstring FromUtf16(const char16_t* units, size_t count);
+
+// ---------------------------------------------------------------------------
+// Paths
+// ---------------------------------------------------------------------------
+
+// The folder that stands in for the drives of a Windows path: the value of
+// PIXMILL_ROOT when set, else "/var/lib/pixmill", unless a host has set one.
+std::string Root();
+
+// Sets the root for this process; an empty text returns to the default.
+void SetRoot(const std::string& root);
+
+// Turns a path the library opens or writes into a native one: a leading drive
+// "X:" becomes "<root>/X" (letter in upper case, so "c:" and "C:" name the
+// same place) and every backslash becomes "/".
+std::string NativePath(const std::wstring& path);
+std::string NativePath(const std::string& path);
+
+// Creates every missing folder above a file. Failures are silent: the write
+// that follows then fails on its own.
+void CreateParentDirectories(const std::string& nativeFile);
+
+bool FileExists(const std::string& nativePath);
+bool IsDirectory(const std::string& nativePath);
+
+// Deletes one file. Returns false if it could not be deleted.
+bool RemoveFile(const std::string& nativePath);
+
+// Appends one line (or any text) to a file, creating it if needed. Returns
+// false if the file would not open or the write failed.
+bool AppendToFile(const std::string& nativePath, const std::string& text);
+
+// Replaces a file's content. Returns false if it would not open.
+bool WriteWholeFile(const std::string& nativePath, const std::string& text);
+
+// Reads at most maxBytes bytes of a file. Returns false if it cannot be
+// opened. fileSize receives the size of the whole file.
+bool ReadFilePrefix(const std::string& nativePath, size_t maxBytes, std::string& bytes,
+                    uint64_t& fileSize);
+
+struct DirEntry {
+    std::string name;  // file name only, UTF-8
+    bool isDirectory = false;
+    int64_t lastWrite = 0;  // 100 ns units since 1601-01-01 UTC
+};
+
+// Lists a folder. Returns false (and sets errorCode) if it cannot be read.
+bool ListDirectory(const std::string& nativeDir, std::vector<DirEntry>& entries, int& errorCode);
+
+// ---------------------------------------------------------------------------
+// Time
+// ---------------------------------------------------------------------------
+
+struct LocalTime {
+    int year = 0, month = 0, day = 0;  // month 1..12
+    int hour = 0, minute = 0, second = 0, millisecond = 0;
+};
+
+// 100 ns units between 1601-01-01 and 1970-01-01.
+constexpr int64_t kFileTimeUnixOffset = 11644473600LL * 10000000LL;
+
+// Present time as a Unix time in milliseconds, from the system clock unless
+// a test has pinned it.
+int64_t NowUnixMillis();
+
+// Present local calendar time.
+LocalTime NowLocal();
+
+// Present time in 100 ns file-time units, at whole-second resolution: the
+// seconds of the clock, plus the 1601 offset, times 10^7.
+int64_t NowFileTime();
+
+// Last-write time of a file in 100 ns units since 1601, or -1 if it is absent.
+int64_t FileLastWrite(const std::string& nativePath);
+
+// Sets a file's last-write time (100 ns units since 1601). Returns false on
+// failure.
+bool SetFileLastWrite(const std::string& nativePath, int64_t fileTime);
+
+// Pins the clock to a fixed Unix time in milliseconds, or releases it with
+// a negative value. For tests, which must not depend on the real clock.
+void PinClockForTesting(int64_t unixMillis);
+
+// ---------------------------------------------------------------------------
+// Process
+// ---------------------------------------------------------------------------
+
+uint32_t ProcessId();
+
+// Full path of the running executable, or "" if it cannot be found.
+std::wstring ExecutablePath();
+
+// Full path of the shared object that holds this library's code.
+std::wstring LibraryPath();
+
+// Title of the process's main window. A Linux process has none, so this is
+// always empty; the log stem then comes from the executable's name.
+std::wstring MainWindowTitle();
+
+// ---------------------------------------------------------------------------
+// Debug output
+// ---------------------------------------------------------------------------
+
+// Sends one line to the system's debug channel (syslog, ident "pixmill",
+// facility user, priority debug).
+void DebugOutput(const std::string& text);
+
+// Replaces the debug channel, or restores syslog with an empty function.
+// For tests, which read what reached the channel.
+void SetDebugOutputForTesting(std::function<void(const std::string&)> sink);
+
+// ---------------------------------------------------------------------------
+// Image library version
+// ---------------------------------------------------------------------------
+
+// The four fields of the version line: major, minor and revision of the
+// OpenCV library in use, and 0.
+struct VersionFields {
+    int major = 0, minor = 0, revision = 0, build = 0;
+};
+VersionFields OpenCvVersion();
+
+}  // namespace pixmill::platform

@@ -1,0 +1,98 @@
+#include "TestSupport.h"
+
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "api/Startup.h"
+#include "logging/Logger.h"
+#include "logging/Trace.h"
+#include "platform/Platform.h"
+
+namespace fs = std::filesystem;
+
+namespace pixmill::test {
+
+int64_t PinnedNowMillis() {
+    // Computed through mktime so the pinned instant is that local time in
+    // whatever zone the machine runs.
+    std::tm t{};
+    t.tm_year = 2026 - 1900;
+    t.tm_mon = 10;
+    t.tm_mday = 21;
+    t.tm_hour = 10;
+    t.tm_min = 30;
+    t.tm_sec = 15;
+    t.tm_isdst = -1;
+    return static_cast<int64_t>(std::mktime(&t)) * 1000 + 250;
+}
+
+TempRoot::TempRoot() {
+    std::random_device rd;
+    std::mt19937_64 gen(rd());
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        fs::path candidate = fs::temp_directory_path() / ("pixmill-test-" + std::to_string(gen()));
+        std::error_code ec;
+        if (fs::create_directory(candidate, ec)) {
+            m_path = candidate;
+            break;
+        }
+    }
+    if (m_path.empty()) throw std::runtime_error("cannot create a temporary root");
+    platform::SetRoot(m_path.string());
+}
+
+TempRoot::~TempRoot() {
+    platform::SetRoot("");
+    std::error_code ec;
+    fs::remove_all(m_path, ec);
+}
+
+void PixmillTest::SetUp() {
+    m_root = std::make_unique<TempRoot>();
+    platform::PinClockForTesting(PinnedNowMillis());
+    logging::ResetForTesting();
+    api::ResetStartupForTesting();
+    logging::SetTraceSink(nullptr, nullptr);
+    platform::SetDebugOutputForTesting([this](const std::string& line) { m_debugLines.push_back(line); });
+}
+
+void PixmillTest::TearDown() {
+    platform::SetDebugOutputForTesting(nullptr);
+    logging::SetTraceSink(nullptr, nullptr);
+    logging::ResetForTesting();
+    api::ResetStartupForTesting();
+    platform::PinClockForTesting(-1);
+    m_root.reset();
+}
+
+void PixmillTest::EnableFileLog(int fileLevel) {
+    logging::SetPathPrefix(L"C:\\Logs\\SORVIK\\test");
+    logging::Thresholds t;
+    t.file = fileLevel;
+    logging::SetThresholds(t);
+}
+
+std::string PixmillTest::LogFilePath() const {
+    return platform::NativePath(logging::LogFileNameForNow());
+}
+
+std::string PixmillTest::ReadLog() const { return ReadFile(LogFilePath()); }
+
+std::string PixmillTest::ReadFile(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+int CountOf(const std::string& haystack, const std::string& needle) {
+    if (needle.empty()) return 0;
+    int n = 0;
+    for (size_t pos = haystack.find(needle); pos != std::string::npos;
+         pos = haystack.find(needle, pos + needle.size()))
+        ++n;
+    return n;
+}
+
+}  // namespace pixmill::test

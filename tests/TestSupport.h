@@ -1,0 +1,47 @@
+// Shared fixtures: every test runs under a fresh temporary root with the
+// clock pinned, the logger and start-up reset, and the debug channel
+// captured instead of reaching syslog.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace pixmill::test {
+
+// 2026-11-21 10:30:15.250 local time is what most tests see as "now".
+int64_t PinnedNowMillis();
+
+class TempRoot {
+public:
+    TempRoot();
+    ~TempRoot();
+    const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+class PixmillTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Turns on file logging at `fileLevel` under "C:\Logs\SORVIK\test".
+    void EnableFileLog(int fileLevel = 1);
+    // Today's log file (native path) and its whole text.
+    std::string LogFilePath() const;
+    std::string ReadLog() const;
+    // Text of a file under the root, "" if absent.
+    static std::string ReadFile(const std::filesystem::path& p);
+
+    std::unique_ptr<TempRoot> m_root;
+    std::vector<std::string> m_debugLines;
+};
+
+// Counts how often `needle` occurs in `haystack`.
+int CountOf(const std::string& haystack, const std::string& needle);
+
+}  // namespace pixmill::test
