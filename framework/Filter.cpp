@@ -118,12 +118,16 @@ void CFilter::ReleaseAll() {
 }
 
 void CFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params*/) {
-    std::vector<cv::Mat*> images;
+    // Headers that share the pixels keep them alive while the outputs are
+    // replaced one after the other, also when an input is linked to one of
+    // this filter's own outputs. No pixels are copied here.
+    std::vector<cv::Mat> held;
     for (IPin* pin : pins) {
         if (pin->IsOutput()) continue;
-        std::vector<cv::Mat*> part = pin->GetImage();
-        images.insert(images.end(), part.begin(), part.end());
+        for (cv::Mat* m : pin->GetImage()) held.push_back(m ? *m : cv::Mat());
     }
+    std::vector<cv::Mat*> images;
+    for (cv::Mat& m : held) images.push_back(&m);
     for (IPin* pin : pins)
         if (pin->IsOutput()) pin->SetImage(images);
 }
