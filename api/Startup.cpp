@@ -1,6 +1,8 @@
 #include "api/Startup.h"
 
-#include <cstdio>
+#include <cctype>
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <mutex>
 
@@ -31,14 +33,25 @@ logging::Thresholds LevelsInForce() {
 
 std::optional<logging::Thresholds> ParseLogLevels(const char* text) {
     if (!text) return std::nullopt;
-    int file = 0, console = 0, debug = 0;
-    char tail = 0;
-    if (std::sscanf(text, " %d , %d , %d %c", &file, &console, &debug, &tail) != 3)
-        return std::nullopt;
+    // strtol rather than sscanf: a number out of the int range must make the
+    // text malformed, not turn into some other level.
+    int values[3] = {};
+    const char* p = text;
+    for (int i = 0; i < 3; ++i) {
+        char* end = nullptr;
+        errno = 0;
+        long v = std::strtol(p, &end, 10);
+        if (end == p || errno == ERANGE || v < INT_MIN || v > INT_MAX) return std::nullopt;
+        values[i] = static_cast<int>(v);
+        p = end;
+        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+        if (i < 2 && *p++ != ',') return std::nullopt;
+    }
+    if (*p != '\0') return std::nullopt;
     logging::Thresholds t;
-    t.file = file;
-    t.console = console;
-    t.debugOutput = debug;
+    t.file = values[0];
+    t.console = values[1];
+    t.debugOutput = values[2];
     return t;
 }
 

@@ -9,8 +9,18 @@ set(PIXMILL_SOURCES
   framework/Pin.cpp
   framework/Filter.cpp
   framework/FilterRegistry.cpp
+  framework/ImageFiles.cpp
+  recipe/Recipe.cpp
+  recipe/RecipeProcess.cpp
+  Filters/SourceFilter.cpp
+  Filters/LoggerPathFilter.cpp
+  Filters/DrawCircleFilter.cpp
   api/Startup.cpp
   api/FilterInfo.cpp
   api/Extensions.cpp
+  api/ImageRecords.cpp
+  api/ImageBuffer.cpp
+  api/Execute.cpp
+  api/SmallExports.cpp
 )
 list(TRANSFORM PIXMILL_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)

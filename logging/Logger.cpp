@@ -20,10 +20,6 @@ std::atomic<int> g_fileThreshold{6};
 std::mutex g_prefixMutex;
 std::wstring g_prefix;
 
-// Largest buffer tried when a wide message overflows the normal buffer; the
-// text is cut to kWideMessageChars afterwards either way.
-constexpr size_t kWideRetryLimit = size_t{1} << 22;
-
 std::string TimeStamp() {
     platform::LocalTime t = platform::NowLocal();
     char buf[64];
@@ -82,20 +78,19 @@ void LogW(int level, const wchar_t* format, ...) {
     va_copy(again, args);
     int n = std::vswprintf(buf.data(), buf.size(), format, args);
     va_end(args);
-    // The C library reports an overflowing message as a failure; format it
-    // again into room enough and keep the first 8191 characters, so a long
-    // recipe text still leaves its head in the log.
-    for (size_t size = buf.size() * 4; n < 0 && size <= kWideRetryLimit; size *= 4) {
-        buf.assign(size, L'\0');
-        va_list attempt;
-        va_copy(attempt, again);
-        n = std::vswprintf(buf.data(), buf.size(), format, attempt);
-        va_end(attempt);
-    }
+    // The C library reports an overflowing message as a failure, however long
+    // it is; format it again without a size limit and keep the first 8191
+    // characters, so a long recipe text still leaves its head in the log.
+    std::wstring text;
+    bool ok = n >= 0;
+    if (ok)
+        text.assign(buf.data(), static_cast<size_t>(n));
+    else
+        ok = platform::FormatWide(format, again, text);
     va_end(again);
-    if (n < 0) return;
-    size_t len = std::min<size_t>(static_cast<size_t>(n), kWideMessageChars);
-    Dispatch(level, platform::ToUtf8(std::wstring(buf.data(), len)), true);
+    if (!ok) return;
+    if (text.size() > static_cast<size_t>(kWideMessageChars)) text.resize(kWideMessageChars);
+    Dispatch(level, platform::ToUtf8(text), true);
 }
 
 void LogA(int level, const char* format, ...) {

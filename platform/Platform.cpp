@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -143,6 +144,20 @@ std::wstring FromUtf16(const char16_t* units, size_t count) {
         AppendWide(out, c);
     }
     return out;
+}
+
+bool FormatWide(const wchar_t* format, va_list args, std::wstring& out) {
+    // A wide memory stream grows with the text and, unlike vswprintf, tells an
+    // encoding error apart from a buffer that is too small.
+    wchar_t* data = nullptr;
+    size_t size = 0;
+    FILE* stream = ::open_wmemstream(&data, &size);
+    if (!stream) return false;
+    int n = std::vfwprintf(stream, format, args);
+    std::fclose(stream);
+    if (n >= 0) out.assign(data, size);
+    std::free(data);
+    return n >= 0;
 }
 
 // ---------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 // other folder calls a POSIX function directly.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -29,6 +30,10 @@ std::wstring FromUtf8(const char* text);  // null gives ""
 // surrogate pairs into single code points where wchar_t is 32 bits wide.
 // Unpaired surrogates become U+FFFD.
 std::wstring FromUtf16(const char16_t* units, size_t count);
+
+// Formats wide text by the C library's wide printf rules, however long the
+// result. Returns false on a format or encoding error.
+bool FormatWide(const wchar_t* format, va_list args, std::wstring& out);
 
 // ---------------------------------------------------------------------------
 // Paths

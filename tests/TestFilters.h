@@ -30,7 +30,8 @@ public:
         std::vector<cv::Mat> results;
         for (IPin* pin : pins) {
             if (pin->IsOutput()) continue;
-            for (cv::Mat* m : pin->GetImage()) results.push_back(*m + cv::Scalar::all(offset));
+            for (cv::Mat* m : pin->GetImage())
+                results.push_back(m->empty() ? cv::Mat() : cv::Mat(*m + cv::Scalar::all(offset)));
         }
         std::vector<cv::Mat*> out;
         for (cv::Mat& m : results) out.push_back(&m);
@@ -88,6 +89,29 @@ public:
         AddPin(L"Out", -1, true);
         AddPin(L"Out2", -2, true);
     }
+};
+
+// Passes its inputs through and reports the text of its "Result" parameter
+// as its result fragment, so a test chooses what the result document shows.
+class CResultFilter : public CFilter {
+public:
+    static inline int s_alive = 0;
+
+    CResultFilter() {
+        ++s_alive;
+        AddPin(L"In", 1, false);
+        AddPin(L"Out", -1, true);
+        AddParam(new sorvik::Param<std::wstring>(L"Result"));
+    }
+    ~CResultFilter() override { --s_alive; }
+
+    void Proc(std::vector<IPin*> pins, std::vector<IParam*> params) override {
+        ++procCalls;
+        CFilter::Proc(pins, params);
+        m_result = ParamValue<std::wstring>(params, L"Result", L"");
+    }
+    void Trace() override {}
+    int procCalls = 0;
 };
 
 }  // namespace pixmill::test

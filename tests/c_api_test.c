@@ -47,6 +47,53 @@ int main(void) {
     chars = GetFilterInfo(L"ThresholdFilter", NULL, 0);
     CHECK(chars * (int)sizeof(wchar_t) == bytes);
 
+    /* A recipe run on an image record: the source hands image 1 back out. */
+    {
+        static const wchar_t* recipe =
+            L"{\"Name\":\"c\",\"Filters\":[{\"Name\":\"Src\",\"Key\":\"s\",\"Type\":\"SourceFilter\","
+            L"\"IsEndPoint\":true,\"Params\":[{\"Key\":\"ImageID\",\"Value\":\"1\"}]}]}";
+        uint8_t pixels[6] = {1, 2, 3, 4, 5, 6};
+        ImageData image = {3, 2, 1, 1, sizeof pixels, pixels};
+        ImageData* list[1];
+        ImageParam input, output;
+        list[0] = &image;
+        input.count = 1;
+        input.images = list;
+        input.result = NULL;
+        input.resultSize = 0;
+        memset(&output, 0, sizeof output);
+        CHECK(RecipeExecute(&input, &output, recipe, NULL) == 0);
+        CHECK(output.count == 1);
+        if (output.count == 1) {
+            CHECK(output.images[0]->width == 3 && output.images[0]->height == 2);
+            CHECK(memcmp(output.images[0]->data, pixels, sizeof pixels) == 0);
+        }
+        CHECK(output.result != NULL && wcsstr(output.result, L"\"Type\":\"Master\"") != NULL);
+        CHECK(ImageParamRelease(&output) == 1);
+        CHECK(output.images == NULL && output.result == NULL);
+    }
+
+    /* An image buffer through its whole life. */
+    {
+        uint8_t pixels[4] = {9, 8, 7, 6}, back[4] = {0, 0, 0, 0};
+        int w = 0, h = 0;
+        void* buffer = ImageBufferCreate();
+        CHECK(buffer != NULL);
+        CHECK(ImageBufferAdd(buffer, 3, pixels, 4, 2, 2) == 0);
+        CHECK(ImageBufferGet(buffer, 3, back, 4, &w, &h) == 4);
+        CHECK(w == 2 && h == 2 && back[3] == 6);
+        CHECK(ImageBufferRelease(buffer) == 0);
+        CHECK(ImageBufferRelease(buffer) == -1);
+    }
+
+    {
+        uint8_t src[3] = {0, 100, 255}, dst[3];
+        CHECK(ImageInvert(src, dst, 3, 1) == 0);
+        CHECK(dst[0] == 255 && dst[1] == 155 && dst[2] == 0);
+    }
+    CHECK(Add(40, 2) == 42);
+    CHECK(Gnuplot_splot() == 0);
+
     if (g_failures == 0) printf("1 passed, 0 failed\n");
     return g_failures == 0 ? 0 : 1;
 }

@@ -1,0 +1,510 @@
+// Recipes: loading and linking, running end points, parameter overrides,
+// the result document, and the single-filter path.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+
+#include "TestFilters.h"
+#include "TestSupport.h"
+#include "framework/FilterRegistry.h"
+#include "platform/Platform.h"
+#include "recipe/Recipe.h"
+
+namespace pixmill::test {
+namespace {
+
+const wchar_t* const kTestTypes[] = {L"TestSource", L"TestResult",      L"TestCounting",
+                                     L"TestPass",   L"TestThrowingInt", L"TestZeroPin"};
+
+// A JSON string's content for `text`.
+std::wstring Quoted(const std::wstring& text) {
+    std::wstring q;
+    for (wchar_t c : text) {
+        if (c == L'"' || c == L'\\')
+            q += L'\\';
+        q += c;
+    }
+    return q;
+}
+
+// A node of type TestResult (or `type`) with an input pin linked to
+// `upstream`'s output when given, and the "Result" parameter set.
+std::wstring Node(const std::wstring& key, const std::wstring& name, bool endPoint = false,
+                  const std::wstring& upstream = L"", const std::wstring& result = L"",
+                  const std::wstring& type = L"TestResult") {
+    std::wstring n = L"{\"Name\":\"" + name + L"\",\"Key\":\"" + key + L"\",\"Type\":\"" + type +
+                     L"\",\"Enable\":true,\"IsEndPoint\":" + (endPoint ? L"true" : L"false") +
+                     L",\"Params\":[{\"Key\":\"Result\",\"Value\":\"" + Quoted(result) +
+                     L"\"}],\"Pins\":[{\"Type\":\"IN\",\"Name\":\"In\",\"Key\":1";
+    if (!upstream.empty())
+        n += L",\"Link\":{\"FilterKey\":\"" + upstream + L"\",\"PinKey\":-1}";
+    return n + L"},{\"Type\":\"OUT\",\"Name\":\"Out\",\"Key\":-1}]}";
+}
+
+std::wstring Source(const std::wstring& key, const std::wstring& name = L"Src") {
+    return L"{\"Name\":\"" + name + L"\",\"Key\":\"" + key +
+           L"\",\"Type\":\"TestSource\",\"Pins\":[{\"Key\":-1}]}";
+}
+
+std::wstring RecipeText(std::initializer_list<std::wstring> nodes) {
+    std::wstring text = L"{\"Name\":\"r\",\"Filters\":[";
+    const wchar_t* sep = L"";
+    for (const std::wstring& n : nodes)
+        text += sep + n, sep = L",";
+    return text + L"]}";
+}
+
+std::wstring EntryText(const std::wstring& name, const std::wstring& key, const std::wstring& res) {
+    return L"{\"Name\":\"" + name + L"\",\"Key\":\"" + key + L"\",\"Result\":" + res + L"}";
+}
+
+// The images of a run, freed with the run.
+struct Outputs {
+    std::vector<cv::Mat*> raw;
+    ~Outputs() {
+        for (cv::Mat* m : raw)
+            delete m;
+    }
+    std::vector<int> FirstPixels() const {
+        std::vector<int> v;
+        for (cv::Mat* m : raw)
+            v.push_back(m->empty() ? -1 : m->at<uint8_t>(0, 0));
+        return v;
+    }
+};
+
+// Message texts of the log file, one per line, without time and level.
+std::vector<std::string> LogMessages(const std::string& log) {
+    std::vector<std::string> lines;
+    std::istringstream in(log);
+    for (std::string line; std::getline(in, line);) {
+        size_t at = line.find("] ");
+        if (at != std::string::npos)
+            lines.push_back(line.substr(at + 2));
+    }
+    return lines;
+}
+
+bool HasAdjacent(const std::vector<std::string>& lines, const std::string& a,
+                 const std::string& b) {
+    for (size_t i = 0; i + 1 < lines.size(); ++i)
+        if (lines[i] == a && lines[i + 1] == b)
+            return true;
+    return false;
+}
+
+// Has an input pin with key 0, the key that no link may use.
+class CZeroPinFilter : public CFilter {
+  public:
+    CZeroPinFilter() { AddPin(L"In", 0, false); }
+};
+
+class RecipeTest : public PixmillTest {
+  protected:
+    void SetUp() override {
+        PixmillTest::SetUp();
+        auto& r = FilterRegistry::Instance();
+        r.Register(L"TestSource",
+                   [] { return static_cast<IBaseObject*>(new CMasterSourceFilter()); });
+        r.Register(L"TestResult", [] { return static_cast<IBaseObject*>(new CResultFilter()); });
+        r.Register(L"TestCounting",
+                   [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
+        r.Register(L"TestPass", [] { return static_cast<IBaseObject*>(new CPassFilter()); });
+        r.Register(L"TestZeroPin", [] { return static_cast<IBaseObject*>(new CZeroPinFilter()); });
+        r.Register(L"TestThrowingInt",
+                   [] { return static_cast<IBaseObject*>(new CThrowingFilter(false)); });
+        img = cv::Mat(2, 2, CV_8UC1, cv::Scalar(7));
+        masters = {{&img, 1}};
+    }
+    void TearDown() override {
+        for (const wchar_t* t : kTestTypes)
+            FilterRegistry::Instance().Unregister(t);
+        EXPECT_EQ(CResultFilter::s_alive, 0) << "a filter outlived its recipe";
+        EXPECT_EQ(CCountingFilter::s_alive, 0) << "a filter outlived its recipe";
+        PixmillTest::TearDown();
+    }
+
+    std::wstring Run(const std::wstring& text, const wchar_t* overrides = nullptr) {
+        CRecipe recipe(text.c_str());
+        std::wstring result = L"stale";
+        RecipeProcess(recipe, result, masters, out.raw, overrides);
+        return result;
+    }
+
+    cv::Mat img;
+    std::vector<MasterImage> masters;
+    Outputs out;
+};
+
+// The library's focus recipe, its two types played by test filters.
+TEST_F(RecipeTest, WorkedExampleLinksForwardAndListsEndPointFirst) {
+    EnableFileLog(1);
+    const wchar_t* text =
+        LR"({"Name":"recipe XX","Comment":"2023-10-31","Filters":[{"Name":"MultiPeakFocusMeasureFilter","Key":"c892439f7e6ccf1a","Type":"TestResult","Enable":true,"IsEndPoint":true,"Params":[{"Key":"Thresh Mode","Value":"0"},{"Key":"Image Result","Value":"false"}],"Pins":[{"Type":"IN","Name":"In","Link":{"FilterKey":"11c7add8e4da15db","PinKey":-1},"Key":1},{"Type":"OUT","Name":"Out","Key":-1}]},{"Name":"SourceFilter","Key":"11c7add8e4da15db","Type":"TestSource","Enable":true,"IsEndPoint":false,"Params":[{"Key":"ImageID","Value":"1"},{"Key":"Path","Value":""}],"Pins":[{"Type":"OUT","Name":"Out","Key":-1}]}]})";
+    CRecipe recipe(text);
+    EXPECT_EQ(recipe.Name(), L"recipe XX");
+    EXPECT_EQ(recipe.Comment(), L"2023-10-31");
+    ASSERT_EQ(recipe.Filters().size(), 2u);
+    IPin* in = recipe.FindPin(L"c892439f7e6ccf1a", 1);
+    ASSERT_NE(in, nullptr);
+    EXPECT_EQ(in->GetLink(), recipe.FindPin(L"11c7add8e4da15db", -1));
+    EXPECT_NE(in->GetLink(), nullptr);
+
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, nullptr);
+    // The source is the last filter and not at index 0, so its entry keeps
+    // the comma that the walk puts after it.
+    EXPECT_EQ(result,
+              L"{ \"Count\":\"2\", \"Filter\":[" +
+                  EntryText(L"MultiPeakFocusMeasureFilter", L"c892439f7e6ccf1a", L"\"none\"") +
+                  L"," + EntryText(L"SourceFilter", L"11c7add8e4da15db", L"\"\"") + L",]}");
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+
+    auto lines = LogMessages(ReadLog());
+    EXPECT_EQ(CountOf(ReadLog(), "<Init type=\"TestResult\">"), 1);
+    EXPECT_TRUE(HasAdjacent(lines, "<Init type=\"TestSource\">", "SourceFilter"));
+    EXPECT_TRUE(
+        HasAdjacent(lines, "<CRecipeProcess recipe=\"recipe XX\">",
+                    "<CRecipeProcess seq=\"EndPoint\" filter=\"MultiPeakFocusMeasureFilter\"/>"));
+    EXPECT_TRUE(HasAdjacent(
+        lines, "<CRecipeProcess seq=\"EndPoint\" filter=\"MultiPeakFocusMeasureFilter\"/>",
+        "<CRecipeProcess seq=\"EndPoint\" filter=\"-1\"/>"));
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), "</CRecipeProcess>");
+}
+
+TEST_F(RecipeTest, EndPointFirstThenOthersInReverseDocumentOrder) {
+    // Source -> Crop -> Otsu -> Corner, listed as Source, Crop, Corner, Otsu.
+    std::wstring text =
+        RecipeText({Source(L"s", L"Source"), Node(L"c", L"Crop", false, L"s", L"[1]"),
+                    Node(L"k", L"Corner", true, L"o", L"{\"n\":4}"),
+                    Node(L"o", L"Otsu", false, L"c", L"\"otsu\"")});
+    EXPECT_EQ(Run(text),
+              L"{ \"Count\":\"4\", \"Filter\":[" + EntryText(L"Corner", L"k", L"{\"n\":4}") + L"," +
+                  EntryText(L"Otsu", L"o", L"\"otsu\"") + L"," + EntryText(L"Crop", L"c", L"[1]") +
+                  L"," + EntryText(L"Source", L"s", L"\"\"") + L"]}");
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+}
+
+TEST_F(RecipeTest, TwoEndPointsRunOnceEachGiveBothImagesAndOneEntry) {
+    // The second end point pulls the first, which has already run.
+    std::wstring text = RecipeText({Source(L"s"), Node(L"e1", L"E1", true, L"s", L"\"one\""),
+                                    Node(L"e2", L"E2", true, L"e1", L"\"two\"")});
+    CRecipe recipe(text.c_str());
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, nullptr);
+    ASSERT_EQ(recipe.Filters().size(), 3u);
+    EXPECT_EQ(result, L"{ \"Count\":\"3\", \"Filter\":[" + EntryText(L"E1", L"e1", L"\"one\"") +
+                          L"," + EntryText(L"Src", L"s", L"\"\"") + L"]}");
+    EXPECT_EQ(out.FirstPixels(), (std::vector<int>{7, 7}));
+    EXPECT_EQ(dynamic_cast<CResultFilter*>(recipe.Filters()[1])->procCalls, 1);
+    EXPECT_EQ(dynamic_cast<CResultFilter*>(recipe.Filters()[2])->procCalls, 1);
+}
+
+TEST_F(RecipeTest, WithoutEndPointNothingRuns) {
+    std::wstring text = RecipeText({Source(L"s"), Node(L"a", L"A", false, L"s", L"\"a\"")});
+    CRecipe recipe(text.c_str());
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, nullptr);
+    EXPECT_EQ(result, L"{ \"Count\":\"2\", \"Filter\":[]}");
+    EXPECT_TRUE(out.raw.empty());
+    for (IFilter* f : recipe.Filters())
+        EXPECT_FALSE(f->IsProcessed());
+}
+
+TEST_F(RecipeTest, UnpulledFiltersAreCountedButNotListed) {
+    // Index 0 never runs, so the last listed entry keeps its comma.
+    std::wstring text =
+        RecipeText({Node(L"idle", L"Idle"), Source(L"s"), Node(L"e", L"E", true, L"s", L"\"e\"")});
+    EXPECT_EQ(Run(text), L"{ \"Count\":\"3\", \"Filter\":[" + EntryText(L"E", L"e", L"\"e\"") +
+                             L"," + EntryText(L"Src", L"s", L"\"\"") + L",]}");
+}
+
+struct FragmentCase {
+    const wchar_t* result;
+    const wchar_t* listed;
+};
+
+class RecipeFragmentTest : public RecipeTest, public ::testing::WithParamInterface<FragmentCase> {};
+
+TEST_P(RecipeFragmentTest, ShortResultsStandAsNone) {
+    std::wstring text = RecipeText({Source(L"s"), Node(L"e", L"E", true, L"s", GetParam().result)});
+    EXPECT_EQ(Run(text), L"{ \"Count\":\"2\", \"Filter\":[" +
+                             EntryText(L"E", L"e", GetParam().listed) + L"," +
+                             EntryText(L"Src", L"s", L"\"\"") + L"]}");
+}
+
+INSTANTIATE_TEST_SUITE_P(Recipe, RecipeFragmentTest,
+                         ::testing::Values(FragmentCase{L"", L"\"none\""},
+                                           FragmentCase{L"7", L"\"none\""},
+                                           FragmentCase{L"42", L"42"},
+                                           FragmentCase{L"not json", L"not json"}));
+
+struct OverrideCase {
+    const char* label;
+    const wchar_t* overrides;
+    const wchar_t* first;   // result fragment of key "ka", name "Same"
+    const wchar_t* second;  // result fragment of key "kb", name "Same"
+};
+
+class RecipeOverrideTest : public RecipeTest, public ::testing::WithParamInterface<OverrideCase> {};
+
+TEST_P(RecipeOverrideTest, MemberByKeyElseByName) {
+    std::wstring text = RecipeText({Source(L"s"), Node(L"ka", L"Same", false, L"s", L"\"a\""),
+                                    Node(L"kb", L"Same", false, L"ka", L"\"b\""),
+                                    Node(L"ke", L"End", true, L"kb", L"\"e\"")});
+    const OverrideCase& c = GetParam();
+    EXPECT_EQ(Run(text, c.overrides),
+              L"{ \"Count\":\"4\", \"Filter\":[" + EntryText(L"End", L"ke", L"\"e\"") + L"," +
+                  EntryText(L"Same", L"kb", c.second) + L"," + EntryText(L"Same", L"ka", c.first) +
+                  L"," + EntryText(L"Src", L"s", L"\"\"") + L"]}")
+        << c.label;
+}
+
+#define SET_RESULT(v) L"{\"Params\":[{\"Key\":\"Result\",\"Value\":\"" v L"\"}]}"
+INSTANTIATE_TEST_SUITE_P(
+    Recipe, RecipeOverrideTest,
+    ::testing::Values(
+        OverrideCase{"none", nullptr, L"\"a\"", L"\"b\""},
+        OverrideCase{"empty", L"", L"\"a\"", L"\"b\""},
+        OverrideCase{"by key", L"{\"ka\":" SET_RESULT(L"[1]") L"}", L"[1]", L"\"b\""},
+        OverrideCase{"by name", L"{\"Same\":" SET_RESULT(L"[2]") L"}", L"[2]", L"[2]"},
+        OverrideCase{"key wins",
+                     L"{\"Same\":" SET_RESULT(L"[2]") L",\"ka\":" SET_RESULT(L"[1]") L"}", L"[1]",
+                     L"[2]"},
+        OverrideCase{"unknown filter", L"{\"nobody\":" SET_RESULT(L"[3]") L"}", L"\"a\"", L"\"b\""},
+        OverrideCase{"malformed", L"{\"ka\":" SET_RESULT(L"[1]"), L"\"a\"", L"\"b\""},
+        OverrideCase{"not an object", L"[{\"ka\":1}]", L"\"a\"", L"\"b\""},
+        OverrideCase{"member not an object", L"{\"ka\":5,\"Same\":[1]}", L"\"a\"", L"\"b\""}));
+#undef SET_RESULT
+
+TEST_F(RecipeTest, BadNumbersLeaveAsExceptionsWithoutLeaks) {
+    std::wstring bad =
+        L"{\"Name\":\"c\",\"Key\":\"c\",\"Type\":\"TestCounting\",\"Params\":[{\"Key\":"
+        L"\"Offset\",\"Value\":\"lots\"}]}";
+    // While loading: the filters made before the bad node are destroyed.
+    std::wstring text = RecipeText({Node(L"a", L"A"), Node(L"b", L"B"), bad});
+    EXPECT_THROW(CRecipe recipe(text.c_str()), std::invalid_argument);
+    EXPECT_EQ(CResultFilter::s_alive, 0);
+    EXPECT_EQ(CCountingFilter::s_alive, 0);
+
+    // In an override.
+    std::wstring counting = L"{\"Key\":\"c\",\"Type\":\"TestCounting\",\"IsEndPoint\":true}";
+    EXPECT_THROW(Run(RecipeText({counting}),
+                     L"{\"c\":{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"99999999999\"}]}}"),
+                 std::out_of_range);
+    EXPECT_TRUE(out.raw.empty());
+
+    // A failure that is no std::exception leaves through the pull; the images
+    // of the end point that ran before stay in the caller's list.
+    std::wstring thrower =
+        L"{\"Key\":\"t\",\"Type\":\"TestThrowingInt\",\"IsEndPoint\":true,"
+        L"\"Pins\":[{\"Key\":1,\"Link\":{\"FilterKey\":\"s\",\"PinKey\":-1}}]}";
+    EXPECT_THROW(Run(RecipeText({Source(L"s"), Node(L"e", L"E", true, L"s"), thrower})), int);
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+}
+
+TEST_F(RecipeTest, UnknownTypeIsDroppedWithItsTwoLogLinesAndLinksToItToo) {
+    EnableFileLog(1);
+    std::wstring text =
+        RecipeText({Source(L"s"), Node(L"u", L"U", false, L"s", L"", L"NoSuchType"),
+                    L"{\"Key\":\"x\",\"Name\":\"NoType\"}", Node(L"e", L"E", true, L"u")});
+    CRecipe recipe(text.c_str());
+    ASSERT_EQ(recipe.Filters().size(), 2u);
+    EXPECT_EQ(recipe.FindPin(L"u", -1), nullptr);
+    ASSERT_NE(recipe.FindPin(L"e", 1), nullptr);
+    EXPECT_EQ(recipe.FindPin(L"e", 1)->GetLink(), nullptr);
+    auto lines = LogMessages(ReadLog());
+    EXPECT_TRUE(HasAdjacent(lines, "<Init type=\"NoSuchType\">", "</Init>"));
+    EXPECT_EQ(CountOf(ReadLog(), "<Init type="), 3);  // the node without Type logs nothing
+
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, nullptr);
+    EXPECT_TRUE(out.raw.empty());  // the end point's input is unlinked and empty
+}
+
+TEST_F(RecipeTest, DuplicateKeysLinkToTheFirstFilter) {
+    std::wstring text = RecipeText({Node(L"e", L"E", true, L"dup"), Source(L"dup", L"First"),
+                                    Node(L"dup", L"Second", false, L"", L"\"2nd\"")});
+    CRecipe recipe(text.c_str());
+    ASSERT_EQ(recipe.Filters().size(), 3u);
+    EXPECT_EQ(recipe.FindPin(L"dup", -1), recipe.Filters()[1]->GetPin(-1));
+    EXPECT_EQ(recipe.FindPin(L"dup", 1), nullptr);  // the source has no pin 1
+    EXPECT_EQ(recipe.FindPin(L"e", 1)->GetLink(), recipe.Filters()[1]->GetPin(-1));
+
+    // Overrides are looked up by each filter's own key, so both match.
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, L"{\"dup\":{\"Name\":\"Renamed\"}}");
+    EXPECT_STREQ(recipe.Filters()[1]->GetName(), L"Renamed");
+    EXPECT_STREQ(recipe.Filters()[2]->GetName(), L"Renamed");
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+}
+
+TEST_F(RecipeTest, KeyZeroNeverLinksEvenWhereAPinHasIt) {
+    std::wstring zero =
+        L"{\"Key\":\"z\",\"Type\":\"TestZeroPin\",\"Pins\":[{\"Key\":0,\"Link\":{"
+        L"\"FilterKey\":\"s\",\"PinKey\":-1}}]}";
+    std::wstring consumer =
+        L"{\"Key\":\"c\",\"Type\":\"TestResult\",\"Pins\":[{\"Key\":1,\"Link\":{"
+        L"\"FilterKey\":\"z\",\"PinKey\":0}}]}";
+    CRecipe recipe(RecipeText({Source(L"s"), zero, consumer}).c_str());
+    ASSERT_NE(recipe.FindPin(L"z", 0), nullptr);
+    EXPECT_EQ(recipe.FindPin(L"z", 0)->GetLink(), nullptr);
+    ASSERT_NE(recipe.FindPin(L"c", 1), nullptr);
+    EXPECT_EQ(recipe.FindPin(L"c", 1)->GetLink(), nullptr);
+}
+
+struct LinkCase {
+    const char* label;
+    const wchar_t* pins;  // the Pins array of the end point "a"
+    bool linked;          // whether a's pin 1 ends up linked
+    int images;           // images the run yields
+};
+
+class RecipeLinkTest : public RecipeTest, public ::testing::WithParamInterface<LinkCase> {};
+
+TEST_P(RecipeLinkTest, OddLinksTerminate) {
+    const LinkCase& c = GetParam();
+    std::wstring a =
+        std::wstring(L"{\"Key\":\"a\",\"Type\":\"TestPass\",\"IsEndPoint\":true,\"Pins\":") +
+        c.pins + L"}";
+    std::wstring b =
+        L"{\"Key\":\"b\",\"Type\":\"TestPass\",\"Pins\":[{\"Key\":1,\"Link\":{"
+        L"\"FilterKey\":\"a\",\"PinKey\":-1}},{\"Key\":2,\"Link\":{\"FilterKey\":"
+        L"\"a\",\"PinKey\":1}}]}";
+    CRecipe recipe(RecipeText({a, b, Source(L"s")}).c_str());
+    ASSERT_EQ(recipe.Filters().size(), 3u);
+    EXPECT_EQ(recipe.FindPin(L"a", 1)->GetLink() != nullptr, c.linked) << c.label;
+    std::wstring result;
+    RecipeProcess(recipe, result, masters, out.raw, nullptr);
+    EXPECT_EQ(
+        result.rfind(L"{ \"Count\":\"3\", \"Filter\":[{\"Name\":\"##Filter\",\"Key\":\"a\"", 0), 0u)
+        << c.label;
+    EXPECT_EQ(out.raw.size(), static_cast<size_t>(c.images)) << c.label;
+}
+
+#define LINK(k, fk, pk) L"{\"Key\":" k L",\"Link\":{\"FilterKey\":" fk L",\"PinKey\":" pk L"}}"
+INSTANTIATE_TEST_SUITE_P(
+    Recipe, RecipeLinkTest,
+    ::testing::Values(
+        LinkCase{"source", L"[" LINK(L"1", L"\"s\"", L"-1") L"]", true, 2},
+        LinkCase{"cycle a-b", L"[" LINK(L"1", L"\"b\"", L"-1") L"]", true, 0},
+        LinkCase{"self link", L"[" LINK(L"1", L"\"a\"", L"-1") L"]", true, 0},
+        LinkCase{"input to input", L"[" LINK(L"1", L"\"b\"", L"2") L"]", true, 0},
+        LinkCase{"fractional keys", L"[" LINK(L"1.9", L"\"s\"", L"-1.5") L"]", true, 2},
+        LinkCase{"unknown upstream pin", L"[" LINK(L"1", L"\"s\"", L"-7") L"]", false, 0},
+        LinkCase{"unknown own pin", L"[" LINK(L"5", L"\"s\"", L"-1") L"]", false, 0},
+        LinkCase{"unknown filter", L"[" LINK(L"1", L"\"zz\"", L"-1") L"]", false, 0},
+        LinkCase{"FilterKey not text", L"[" LINK(L"1", L"7", L"-1") L"]", false, 0},
+        LinkCase{"keys as text", L"[" LINK(L"\"1\"", L"\"s\"", L"\"-1\"") L"]", false, 0},
+        LinkCase{"Link not an object", L"[{\"Key\":1,\"Link\":\"s\"}]", false, 0},
+        LinkCase{"pins not objects", L"[1,null,\"x\"]", false, 0},
+        LinkCase{"Pins not an array", L"{\"Key\":1}", false, 0}));
+#undef LINK
+
+class RecipeMalformedTest : public RecipeTest,
+                            public ::testing::WithParamInterface<const wchar_t*> {};
+
+TEST_P(RecipeMalformedTest, GivesNoFiltersAndAnEmptyResult) {
+    CRecipe recipe(GetParam());
+    EXPECT_TRUE(recipe.Filters().empty());
+    EXPECT_TRUE(recipe.Name().empty());
+    std::wstring result = L"stale";
+    RecipeProcess(recipe, result, masters, out.raw, L"{\"x\":{}}");
+    EXPECT_EQ(result, L"");
+    EXPECT_TRUE(out.raw.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Recipe, RecipeMalformedTest,
+    ::testing::Values(nullptr, L"", L"   ", L"{", L"[]", L"null", L"{\"Name\":5,\"Filters\":{}}",
+                      L"{\"Filters\":[1,\"x\",null,[],{},{\"Type\":7},{\"Type\":null}]}",
+                      L"{\"Filters\":[{\"Type\":\"TestSource\"}]",  // unterminated
+                      L"{\"Filters\":[]} trailing"));
+
+TEST_F(RecipeTest, DeepNestingDoesNotExhaustTheStack) {
+    std::wstring text = L"{\"Filters\":[{\"Type\":\"TestSource\",\"Pins\":";
+    text += std::wstring(200000, L'[') + std::wstring(200000, L']') + L"}]}";
+    CRecipe recipe(text.c_str());
+    EXPECT_EQ(recipe.Filters().size(), 1u);
+}
+
+TEST_F(RecipeTest, ThousandFilterChainRuns) {
+    // Listed from the end point back to the source, so every link names a
+    // filter further down the document.
+    constexpr int kLength = 1000;
+    std::wstring text = L"{\"Filters\":[";
+    for (int i = kLength - 1; i > 0; --i) {
+        text += Node(L"n" + std::to_wstring(i), L"F", i == kLength - 1,
+                     L"n" + std::to_wstring(i - 1), L"[" + std::to_wstring(i) + L"]") +
+                L",";
+    }
+    text += Source(L"n0") + L"]}";
+    std::wstring result = Run(text);
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+    // The end point leads; the others follow from the last node, the source.
+    EXPECT_EQ(
+        result.rfind(L"{ \"Count\":\"1000\", \"Filter\":[" + EntryText(L"F", L"n999", L"[999]") +
+                         L"," + EntryText(L"Src", L"n0", L"\"\"") + L"," +
+                         EntryText(L"F", L"n1", L"[1]") + L",",
+                     0),
+        0u);
+    EXPECT_EQ(result.substr(result.size() - 4), L"},]}");
+    EXPECT_EQ(CountOf(platform::ToUtf8(result), "\"Key\":\"n"), kLength);
+}
+
+TEST_F(RecipeTest, SingleFilterRoutesInputsByImageIdAndIgnoresEndPoint) {
+    cv::Mat a(1, 1, CV_8UC1, cv::Scalar(10)), b(1, 1, CV_8UC1, cv::Scalar(20)),
+        c(1, 1, CV_8UC1, cv::Scalar(30)), d(1, 1, CV_8UC1, cv::Scalar(70));
+    std::vector<MasterImage> inputs{{&b, 2}, {&a, 1}, {&c, 2}, {&d, 7}};
+    CRecipe recipe;
+    std::wstring result = L"stale";
+    FilterProcess(recipe, result, inputs, out.raw, L"TestPass",
+                  L"{\"Name\":\"P\",\"Key\":\"p\",\"IsEndPoint\":false}");
+    EXPECT_EQ(result, L"[" + EntryText(L"P", L"p", L"\"\"") + L"]");
+    // Pin 1 then pin 2, in input order within a pin, to both outputs.
+    EXPECT_EQ(out.FirstPixels(), (std::vector<int>{10, 20, 30, 10, 20, 30}));
+    ASSERT_EQ(recipe.Filters().size(), 1u);
+}
+
+TEST_F(RecipeTest, SingleFilterRunsWithUnmatchedInputAndAppliesParams) {
+    std::vector<MasterImage> inputs{{&img, 9}};
+    {
+        CRecipe recipe;
+        std::wstring result;
+        FilterProcess(recipe, result, inputs, out.raw, L"TestCounting",
+                      L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"5\"}]}");
+        EXPECT_EQ(result, L"[" + EntryText(L"##Filter", L"##Key", L"{\"Calls\":1}") + L"]");
+        EXPECT_TRUE(out.raw.empty());
+    }
+    inputs[0].ImageID = 1;
+    CRecipe recipe;
+    std::wstring result;
+    FilterProcess(recipe, result, inputs, out.raw, L"TestCounting",
+                  L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"5\"}]}");
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{12});
+
+    CRecipe failing;
+    EXPECT_THROW(FilterProcess(failing, result, inputs, out.raw, L"TestCounting",
+                               L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"x\"}]}"),
+                 std::invalid_argument);
+    EXPECT_EQ(failing.Filters().size(), 1u);  // owned by the recipe, freed with it
+}
+
+TEST_F(RecipeTest, SingleFilterOfUnknownTypeGivesNothing) {
+    EnableFileLog(1);
+    for (const wchar_t* type : {L"NoSuchType", static_cast<const wchar_t*>(nullptr)}) {
+        CRecipe recipe;
+        std::wstring result = L"stale";
+        FilterProcess(recipe, result, masters, out.raw, type, L"{}");
+        EXPECT_EQ(result, L"");
+        EXPECT_TRUE(out.raw.empty());
+        EXPECT_TRUE(recipe.Filters().empty());
+    }
+    EXPECT_TRUE(HasAdjacent(LogMessages(ReadLog()), "<CRecipeProcess filter=\"NoSuchType\">",
+                            "</CRecipeProcess>"));
+}
+
+}  // namespace
+}  // namespace pixmill::test
