@@ -31,8 +31,7 @@ void CDrawCircleFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
 
     std::vector<cv::Mat> masks;
     for (IPin* pin : pins) {
-        if (pin->IsOutput())
-            continue;
+        if (pin->IsOutput()) continue;
         for (cv::Mat* image : pin->GetImage()) {
             // GRAY2BGR accepts one channel only, and an empty image not at
             // all: either failure throws and Process keeps the old outputs.
@@ -49,11 +48,9 @@ void CDrawCircleFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
     }
 
     std::vector<cv::Mat*> out;
-    for (cv::Mat& m : masks)
-        out.push_back(&m);
+    for (cv::Mat& m : masks) out.push_back(&m);
     for (IPin* pin : pins)
-        if (pin->IsOutput())
-            pin->SetImage(out);
+        if (pin->IsOutput()) pin->SetImage(out);
 }
 
 void CDrawCircleFilter::Trace() {

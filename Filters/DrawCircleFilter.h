@@ -7,7 +7,7 @@
 // size with a filled white circle of radius width / 2 at (center_x,
 // center_y). The input's pixels are not used, only its size.
 class CDrawCircleFilter : public CFilter {
-  public:
+public:
     CDrawCircleFilter();
     ~CDrawCircleFilter() override = default;
 

@@ -18,8 +18,7 @@ constexpr size_t kMaxFileNameChars = 255;
 // exactly one separator where one is added.
 std::wstring TrimBackslashes(const std::wstring& text) {
     const size_t first = text.find_first_not_of(L'\\');
-    if (first == std::wstring::npos)
-        return std::wstring();
+    if (first == std::wstring::npos) return std::wstring();
     const size_t last = text.find_last_not_of(L'\\');
     return text.substr(first, last - first + 1);
 }
@@ -49,29 +48,23 @@ void CLoggerPathFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
     std::vector<cv::Mat*> pass;
     std::vector<cv::Mat*> log;
     for (IPin* pin : pins) {
-        if (pin->IsOutput())
-            continue;
+        if (pin->IsOutput()) continue;
         if (pin->GetKey() == 1) {
-            for (cv::Mat* m : pin->GetImage())
-                pass.push_back(m);
+            for (cv::Mat* m : pin->GetImage()) pass.push_back(m);
         } else if (pin->GetKey() == 2) {
-            for (cv::Mat* m : pin->GetImage())
-                log.push_back(m);
+            for (cv::Mat* m : pin->GetImage()) log.push_back(m);
         }
     }
 
     for (IPin* pin : pins)
-        if (pin->IsOutput())
-            pin->SetImage(pass);
+        if (pin->IsOutput()) pin->SetImage(pass);
 
-    if (!active || log.empty())
-        return;
+    if (!active || log.empty()) return;
 
     // Path and Prefix join without a separator: Root "D:\logs", Path "run"
     // and Prefix "a" name D:\logs\runa.png.
     std::wstring fileName = root + L"\\" + path + prefix + L".png";
-    if (fileName.size() > kMaxFileNameChars)
-        fileName.resize(kMaxFileNameChars);
+    if (fileName.size() > kMaxFileNameChars) fileName.resize(kMaxFileNameChars);
 
     const std::string native = pixmill::platform::NativePath(fileName);
     pixmill::platform::CreateParentDirectories(native);

@@ -8,7 +8,7 @@
 // Root\PathPrefix.png and the result names that file; the "Log" images never
 // reach the output.
 class CLoggerPathFilter : public CFilter {
-  public:
+public:
     CLoggerPathFilter();
     ~CLoggerPathFilter() override = default;
 

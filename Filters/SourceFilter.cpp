@@ -21,15 +21,13 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
 
     std::vector<cv::Mat*> found;
     for (const MasterImage& master : m_masterImages) {
-        if (master.ImageID == imageId)
-            found.push_back(master.image);
+        if (master.ImageID == imageId) found.push_back(master.image);
     }
 
     wchar_t result[64];
     if (!found.empty()) {
         for (IPin* pin : pins)
-            if (pin->IsOutput())
-                pin->SetImage(found);
+            if (pin->IsOutput()) pin->SetImage(found);
         std::swprintf(result, 64, L"{\"Count\":\"%d\" , \"Type\":\"Master\"}",
                       static_cast<int>(found.size()));
         m_result = result;
@@ -41,8 +39,7 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     cv::Mat image = pixmill::ReadImageFile(path, 1);
     std::vector<cv::Mat*> images{&image};
     for (IPin* pin : pins)
-        if (pin->IsOutput())
-            pin->SetImage(images);
+        if (pin->IsOutput()) pin->SetImage(images);
     std::swprintf(result, 64, L"{\"Count\":\"%d\" , \"Type\":\"Path\"}", 1);
     m_result = result;
 }

@@ -7,7 +7,7 @@
 // image read from the file at Path. Its output pin reduces three-channel
 // images to one channel, so the recipe always works on gray images.
 class CSourceFilter : public CFilter {
-  public:
+public:
     CSourceFilter();
     ~CSourceFilter() override = default;
 

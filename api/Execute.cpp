@@ -18,7 +18,9 @@ using pixmill::logging::LogW;
 
 namespace {
 
-const wchar_t* OrEmpty(const wchar_t* text) { return text ? text : L""; }
+const wchar_t* OrEmpty(const wchar_t* text) {
+    return text ? text : L"";
+}
 
 // Shared core of RecipeExecute and FilterExecute: a recipe when its text is
 // given, else the single filter named by `filter`.
@@ -126,7 +128,8 @@ extern "C" int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* outputP
     size_t start = 0;
     while (inputs) {
         size_t bar = all.find(L'|', start);
-        std::wstring token = all.substr(start, bar == std::wstring::npos ? std::wstring::npos : bar - start);
+        std::wstring token =
+            all.substr(start, bar == std::wstring::npos ? std::wstring::npos : bar - start);
         if (token.empty()) {
             id = 0;
         } else if (AllDigits(token)) {
@@ -154,8 +157,8 @@ extern "C" int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* outputP
 
 extern "C" int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width1, int height1,
                                      const uint8_t* image2, int size2, int width2, int height2,
-                                     uint8_t* outImage, int outSize, int* outWidth,
-                                     int* outHeight, const wchar_t* recipe, const wchar_t* param,
+                                     uint8_t* outImage, int outSize, int* outWidth, int* outHeight,
+                                     const wchar_t* recipe, const wchar_t* param,
                                      wchar_t* resultText, int resultBytes) {
     pixmill::api::EnsureStartup();
     LogW(2, L"<RecipeExecuteByBuffer>  <Recipe>%ls</Recipe><Param>%ls</Param>", OrEmpty(recipe),
@@ -182,14 +185,15 @@ extern "C" int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width
     return pixmill::api::ResultBytes(result);
 }
 
-extern "C" int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize,
-                                       int* outWidth, int* outHeight, const wchar_t* recipe,
-                                       const wchar_t* param, wchar_t* resultText,
-                                       int resultBytes) {
+extern "C" int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize, int* outWidth,
+                                       int* outHeight, const wchar_t* recipe, const wchar_t* param,
+                                       wchar_t* resultText, int resultBytes) {
     pixmill::api::EnsureStartup();
     pixmill::api::CImageBuffer* images = pixmill::api::LookUpImageBuffer(buffer);
     if (!images) return -1;
-    LogW(2, L"<RecipeExecuteByBufferID>  <Recipe>%ls</Recipe><Param>%ls</Param><BufferID>%ld</BufferID>",
+    LogW(2,
+         L"<RecipeExecuteByBufferID>  "
+         L"<Recipe>%ls</Recipe><Param>%ls</Param><BufferID>%ld</BufferID>",
          OrEmpty(recipe), OrEmpty(param), static_cast<long>(reinterpret_cast<intptr_t>(buffer)));
     std::wstring text = RecipeTextOf(recipe);
     if (text.empty()) {

@@ -1,8 +1,8 @@
 // Host extensions: root folder, log levels and the trace sink.
 #include "api/Startup.h"
 #include "logging/Trace.h"
-#include "platform/Platform.h"
 #include "pixmill/pixmill_ext.h"
+#include "platform/Platform.h"
 
 extern "C" int PixmillSetRoot(const char* root) {
     pixmill::platform::SetRoot(root ? root : "");

@@ -68,8 +68,9 @@ void ImagesFromRecord(const ImageParam* record, InputImages& images) {
                 m.create(d->height, d->width, d->channels == 1 ? CV_8UC1 : CV_8UC3);
                 std::memcpy(m.data, d->data, need);
             } else {
-                LogW(4, L"<ERROR func=\"RecipeExecute\" image=\"%d\" size=\"%llu\" need=\"%llu\"/>", i,
-                     static_cast<unsigned long long>(d->size), static_cast<unsigned long long>(need));
+                LogW(4, L"<ERROR func=\"RecipeExecute\" image=\"%d\" size=\"%llu\" need=\"%llu\"/>",
+                     i, static_cast<unsigned long long>(d->size),
+                     static_cast<unsigned long long>(need));
             }
         }
         images.Add(std::move(m), d->ImageID);

@@ -17,9 +17,11 @@ extern "C" int ImageRead(uint8_t* data, int size, int* width, int* height, const
     pixmill::api::EnsureStartup();
     try {
         if (!path) throw std::invalid_argument("null path");
-        cv::Mat m = cv::imread(pixmill::platform::NativePath(std::string(path)), cv::IMREAD_GRAYSCALE);
+        cv::Mat m =
+            cv::imread(pixmill::platform::NativePath(std::string(path)), cv::IMREAD_GRAYSCALE);
         const int pixels = m.rows * m.cols;
-        if (size >= 1) pixmill::api::CopyPixels(m, data, static_cast<size_t>(std::min(size, pixels)));
+        if (size >= 1)
+            pixmill::api::CopyPixels(m, data, static_cast<size_t>(std::min(size, pixels)));
         if (width) *width = m.cols;
         if (height) *height = m.rows;
         LogA(1, "<ImageRead width=\"%d\" height=\"%d\" path=\"%s\" />", m.cols, m.rows, path);
@@ -32,10 +34,12 @@ extern "C" int ImageRead(uint8_t* data, int size, int* width, int* height, const
 
 extern "C" int ImageWrite(const uint8_t* data, int width, int height, const char* path) {
     pixmill::api::EnsureStartup();
-    LogA(1, "<ImageWrite width=\"%d\" height=\"%d\" path=\"%s\" />", width, height, path ? path : "");
+    LogA(1, "<ImageWrite width=\"%d\" height=\"%d\" path=\"%s\" />", width, height,
+         path ? path : "");
     try {
         if (!path) throw std::invalid_argument("null path");
-        cv::Mat m = pixmill::api::MatFromPixels(data, static_cast<int64_t>(width) * height, width, height);
+        cv::Mat m =
+            pixmill::api::MatFromPixels(data, static_cast<int64_t>(width) * height, width, height);
         if (!cv::imwrite(pixmill::platform::NativePath(std::string(path)), m)) return -1;
         return 0;
     } catch (...) {
@@ -71,4 +75,6 @@ extern "C" int VBcvTestConv(void) {
     return pixmill::WriteImageFile(L"D:\\b.bmp", binary) ? 0 : -1;
 }
 
-extern "C" int Gnuplot_splot(void) { return pixmill::platform::OpenCvVersion().build; }
+extern "C" int Gnuplot_splot(void) {
+    return pixmill::platform::OpenCvVersion().build;
+}

@@ -9,7 +9,9 @@ using pixmill::JsonValue;
 using pixmill::logging::LogA;
 using pixmill::logging::LogW;
 
-CFilter::~CFilter() { ReleaseAll(); }
+CFilter::~CFilter() {
+    ReleaseAll();
+}
 
 CPin* CFilter::AddPin(const wchar_t* name, int key, bool output, bool gray) {
     auto* pin = new CPin(this, name, key, output, gray);
@@ -132,4 +134,6 @@ void CFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params*/) {
         if (pin->IsOutput()) pin->SetImage(images);
 }
 
-void CFilter::Trace() { std::fputs("Filter", stdout); }
+void CFilter::Trace() {
+    std::fputs("Filter", stdout);
+}

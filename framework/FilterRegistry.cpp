@@ -32,7 +32,9 @@ std::vector<std::wstring> FilterRegistry::List() const {
     return names;
 }
 
-void FilterRegistry::Unregister(const std::wstring& name) { m_factories.erase(name); }
+void FilterRegistry::Unregister(const std::wstring& name) {
+    m_factories.erase(name);
+}
 
 namespace {
 
@@ -82,7 +84,8 @@ std::wstring FilterRegistry::Describe() const {
         doc += L"{";
         // The instance exists only to be described; it is destroyed here.
         std::unique_ptr<IBaseObject> object(entry.second ? entry.second() : nullptr);
-        if (auto* filter = dynamic_cast<IFilter*>(object.get())) DescribeFilter(*filter, entry.first, doc);
+        if (auto* filter = dynamic_cast<IFilter*>(object.get()))
+            DescribeFilter(*filter, entry.first, doc);
         doc += L"},";
     }
     doc += L"]}";

@@ -54,7 +54,7 @@ private:
 
 #define PIXMILL_REGISTER_CONCAT2(a, b) a##b
 #define PIXMILL_REGISTER_CONCAT(a, b) PIXMILL_REGISTER_CONCAT2(a, b)
-#define PIXMILL_REGISTER_FILTER(NAME, CLASS)                                           \
-    static const bool PIXMILL_REGISTER_CONCAT(s_pixmillRegistered_, __LINE__) =        \
-        ::pixmill::FilterRegistry::Instance().Register(                                \
+#define PIXMILL_REGISTER_FILTER(NAME, CLASS)                                    \
+    static const bool PIXMILL_REGISTER_CONCAT(s_pixmillRegistered_, __LINE__) = \
+        ::pixmill::FilterRegistry::Instance().Register(                         \
             NAME, []() -> ::IBaseObject* { return static_cast<::IBaseObject*>(new CLASS()); })

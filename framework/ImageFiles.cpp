@@ -9,8 +9,7 @@
 namespace pixmill {
 
 cv::Mat ReadImageFile(const std::wstring& path, int flags) {
-    if (path.empty())
-        return cv::Mat();
+    if (path.empty()) return cv::Mat();
     const std::string native = platform::NativePath(path);
     try {
         return cv::imread(native, flags);

@@ -10,8 +10,8 @@
 
 namespace pixmill {
 
-using JsonEncoding = std::conditional_t<sizeof(wchar_t) == 4, rapidjson::UTF32<wchar_t>,
-                                        rapidjson::UTF16<wchar_t>>;
+using JsonEncoding =
+    std::conditional_t<sizeof(wchar_t) == 4, rapidjson::UTF32<wchar_t>, rapidjson::UTF16<wchar_t>>;
 using JsonDocument = rapidjson::GenericDocument<JsonEncoding>;
 using JsonValue = rapidjson::GenericValue<JsonEncoding>;
 

@@ -73,9 +73,9 @@ public:
         : CParam(name), value(def), min(minimum), max(maximum), step(stepSize), defaultValue(def) {
         std::wstring v = FormatAttributeNumber(value);
         if (!v.empty()) {
-            m_attributes = BuildAttributes(v, FormatAttributeNumber(defaultValue),
-                                           FormatAttributeNumber(min), FormatAttributeNumber(max),
-                                           FormatAttributeNumber(step));
+            m_attributes =
+                BuildAttributes(v, FormatAttributeNumber(defaultValue), FormatAttributeNumber(min),
+                                FormatAttributeNumber(max), FormatAttributeNumber(step));
         }
     }
 

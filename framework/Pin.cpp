@@ -4,13 +4,35 @@
 
 #include "framework/Filter.h"
 #include "logging/Logger.h"
+#include "platform/Platform.h"
 
 using pixmill::logging::LogW;
 
-CPin::CPin(IFilter* owner, const wchar_t* name, int key, bool outputFlag, bool grayFlag)
-    : m_name(name ? name : L""), m_key(key), m_owner(owner), m_output(outputFlag), m_gray(grayFlag) {}
+namespace {
 
-CPin::~CPin() { DeleteImages(); }
+// Pulls recurse one level per chained filter on the caller's stack. Below
+// this much stack left, a pull stops instead of running another filter, so
+// an overlong chain ends with an error line rather than a stack overflow.
+constexpr size_t kStackReserve = 256 * 1024;
+
+bool StackTooLow(int key) {
+    if (pixmill::platform::StackBytesLeft() >= kStackReserve) return false;
+    LogW(4, L"<ERROR func=\"CPin::GetImage\" result=\"pull too deep\" key=\"%d\"/>", key);
+    return true;
+}
+
+}  // namespace
+
+CPin::CPin(IFilter* owner, const wchar_t* name, int key, bool outputFlag, bool grayFlag)
+    : m_name(name ? name : L""),
+      m_key(key),
+      m_owner(owner),
+      m_output(outputFlag),
+      m_gray(grayFlag) {}
+
+CPin::~CPin() {
+    DeleteImages();
+}
 
 void CPin::DeleteImages() {
     for (cv::Mat* m : m_images) delete m;
@@ -20,7 +42,7 @@ void CPin::DeleteImages() {
 std::vector<cv::Mat*> CPin::GetImage() {
     if (m_output) {
         LogW(1, L"<CPin::GetImage procfilter=\"%ls\"/>", m_owner ? m_owner->GetName() : L"");
-        if (m_owner) m_owner->Process();
+        if (m_owner && !StackTooLow(m_key)) m_owner->Process();
         return m_images;
     }
     if (m_link) {
@@ -29,6 +51,7 @@ std::vector<cv::Mat*> CPin::GetImage() {
             LogW(4, L"<ERROR func=\"CPin::GetImage\" result=\"link loop\" key=\"%d\"/>", m_key);
             return {};
         }
+        if (StackTooLow(m_key)) return {};
         m_pulling = true;
         std::vector<cv::Mat*> images;
         try {

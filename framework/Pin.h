@@ -55,7 +55,7 @@ private:
 
     std::wstring m_name;
     int m_key = 0;
-    IPin* m_link = nullptr;     // upstream pin, not owned
+    IPin* m_link = nullptr;      // upstream pin, not owned
     IFilter* m_owner = nullptr;  // not owned
     std::vector<cv::Mat*> m_images;
     int m_version = 0;

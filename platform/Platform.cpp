@@ -1,6 +1,7 @@
 #include "platform/Platform.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -8,6 +9,8 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -28,7 +31,9 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-bool IsScalarValue(char32_t c) { return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF); }
+bool IsScalarValue(char32_t c) {
+    return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
+}
 
 void AppendUtf8(std::string& out, char32_t c) {
     if (!IsScalarValue(c)) c = kReplacement;
@@ -85,7 +90,9 @@ std::string ToUtf8(const std::wstring& text) {
     return out;
 }
 
-std::string ToUtf8(const wchar_t* text) { return text ? ToUtf8(std::wstring(text)) : std::string(); }
+std::string ToUtf8(const wchar_t* text) {
+    return text ? ToUtf8(std::wstring(text)) : std::string();
+}
 
 std::wstring FromUtf8(const std::string& text) {
     std::wstring out;
@@ -127,7 +134,9 @@ std::wstring FromUtf8(const std::string& text) {
     return out;
 }
 
-std::wstring FromUtf8(const char* text) { return text ? FromUtf8(std::string(text)) : std::wstring(); }
+std::wstring FromUtf8(const char* text) {
+    return text ? FromUtf8(std::string(text)) : std::wstring();
+}
 
 std::wstring FromUtf16(const char16_t* units, size_t count) {
     std::wstring out;
@@ -203,7 +212,9 @@ std::string NativePath(const std::string& path) {
     return out;
 }
 
-std::string NativePath(const std::wstring& path) { return NativePath(ToUtf8(path)); }
+std::string NativePath(const std::wstring& path) {
+    return NativePath(ToUtf8(path));
+}
 
 void CreateParentDirectories(const std::string& nativeFile) {
     fs::path parent = fs::path(nativeFile).parent_path();
@@ -247,7 +258,10 @@ bool ReadFilePrefix(const std::string& nativePath, size_t maxBytes, std::string&
                     uint64_t& fileSize) {
     bytes.clear();
     fileSize = 0;
-    if (IsDirectory(nativePath)) return false;
+    // Only regular files: a folder cannot be read and a named pipe would
+    // block the caller until someone writes to it.
+    std::error_code ec;
+    if (!fs::is_regular_file(nativePath, ec)) return false;
     FILE* f = std::fopen(nativePath.c_str(), "rb");
     if (!f) return false;
     if (std::fseek(f, 0, SEEK_END) == 0) {
@@ -306,7 +320,9 @@ std::atomic<int64_t> g_pinnedMillis{-1};
 
 }  // namespace
 
-void PinClockForTesting(int64_t unixMillis) { g_pinnedMillis.store(unixMillis); }
+void PinClockForTesting(int64_t unixMillis) {
+    g_pinnedMillis.store(unixMillis);
+}
 
 int64_t NowUnixMillis() {
     int64_t pinned = g_pinnedMillis.load();
@@ -331,7 +347,9 @@ LocalTime NowLocal() {
     return lt;
 }
 
-int64_t NowFileTime() { return (NowUnixMillis() / 1000) * 10000000LL + kFileTimeUnixOffset; }
+int64_t NowFileTime() {
+    return (NowUnixMillis() / 1000) * 10000000LL + kFileTimeUnixOffset;
+}
 
 int64_t FileLastWrite(const std::string& nativePath) {
     std::error_code ec;
@@ -353,7 +371,9 @@ bool SetFileLastWrite(const std::string& nativePath, int64_t fileTime) {
 // Process
 // ---------------------------------------------------------------------------
 
-uint32_t ProcessId() { return static_cast<uint32_t>(::getpid()); }
+uint32_t ProcessId() {
+    return static_cast<uint32_t>(::getpid());
+}
 
 std::wstring ExecutablePath() {
     std::error_code ec;
@@ -368,7 +388,36 @@ std::wstring LibraryPath() {
     return std::wstring();
 }
 
-std::wstring MainWindowTitle() { return std::wstring(); }
+std::wstring MainWindowTitle() {
+    return std::wstring();
+}
+
+size_t StackBytesLeft() {
+    // This thread's stack, looked up once per thread.
+    struct Range {
+        uintptr_t low = 0, high = 0;
+    };
+    thread_local Range range = [] {
+        Range r;
+        pthread_attr_t attr;
+        if (::pthread_getattr_np(::pthread_self(), &attr) == 0) {
+            void* addr = nullptr;
+            size_t size = 0;
+            if (::pthread_attr_getstack(&attr, &addr, &size) == 0) {
+                r.low = reinterpret_cast<uintptr_t>(addr);
+                r.high = r.low + size;
+            }
+            ::pthread_attr_destroy(&attr);
+        }
+        return r;
+    }();
+    char here = 0;
+    uintptr_t sp = reinterpret_cast<uintptr_t>(&here);
+    // Outside the known range (no range found, or a frame kept elsewhere by
+    // an instrumented build): no limit can be told.
+    if (sp <= range.low || sp > range.high) return SIZE_MAX;
+    return static_cast<size_t>(sp - range.low);
+}
 
 // ---------------------------------------------------------------------------
 // Debug output

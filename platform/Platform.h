@@ -133,6 +133,10 @@ std::wstring LibraryPath();
 // always empty; the log stem then comes from the executable's name.
 std::wstring MainWindowTitle();
 
+// Bytes of stack left below the caller's frame on this thread (stacks grow
+// downwards here), or SIZE_MAX if the thread's stack cannot be found.
+size_t StackBytesLeft();
+
 // ---------------------------------------------------------------------------
 // Debug output
 // ---------------------------------------------------------------------------

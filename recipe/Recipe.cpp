@@ -36,8 +36,7 @@ FirstByKey IndexByKey(const std::vector<IFilter*>& filters) {
 }
 
 IPin* FindIndexedPin(const FirstByKey& index, const std::wstring* filterKey, int pinKey) {
-    if (!filterKey)
-        return nullptr;
+    if (!filterKey) return nullptr;
     // A key is compared as a NUL-terminated text, the way GetKey reports it.
     auto it = index.find(std::wstring(filterKey->c_str()));
     return it == index.end() ? nullptr : it->second->GetPin(pinKey);
@@ -49,8 +48,7 @@ IPin* FindIndexedPin(const FirstByKey& index, const std::wstring* filterKey, int
 void CreateNode(const JsonValue& node, std::vector<IFilter*>& filters) {
     bool hasType = false;
     std::wstring type = pixmill::StringMember(node, L"Type", &hasType);
-    if (!hasType)
-        return;
+    if (!hasType) return;
 
     LogW(1, L"<Init type=\"%ls\">", type.c_str());
     std::unique_ptr<IBaseObject> object(pixmill::FilterRegistry::Instance().Create(type.c_str()));
@@ -70,26 +68,21 @@ void LinkNode(const JsonValue& node, const FirstByKey& index) {
     bool hasKey = false;
     std::wstring key = pixmill::StringMember(node, L"Key", &hasKey);
     const JsonValue* pins = pixmill::FindMember(node, L"Pins");
-    if (!pins || !pins->IsArray())
-        return;
+    if (!pins || !pins->IsArray()) return;
 
     for (const JsonValue& pinNode : pins->GetArray()) {
         int pinKey = pixmill::IntMember(pinNode, L"Key");
         const JsonValue* link = pixmill::FindMember(pinNode, L"Link");
-        if (!link)
-            continue;
+        if (!link) continue;
         bool hasFilterKey = false;
         std::wstring filterKey = pixmill::StringMember(*link, L"FilterKey", &hasFilterKey);
         int upstreamKey = pixmill::IntMember(*link, L"PinKey");
-        if (pinKey == 0 || upstreamKey == 0)
-            continue;
+        if (pinKey == 0 || upstreamKey == 0) continue;
 
         IPin* pin = FindIndexedPin(index, hasKey ? &key : nullptr, pinKey);
-        if (!pin)
-            continue;
+        if (!pin) continue;
         IPin* upstream = FindIndexedPin(index, hasFilterKey ? &filterKey : nullptr, upstreamKey);
-        if (upstream)
-            pin->SetLink(upstream);
+        if (upstream) pin->SetLink(upstream);
     }
 }
 
@@ -103,39 +96,31 @@ CRecipe::CRecipe(const wchar_t* text) {
 
     bool found = false;
     std::wstring value = pixmill::StringMember(doc, L"Name", &found);
-    if (found)
-        m_name = value;
+    if (found) m_name = value;
     value = pixmill::StringMember(doc, L"Comment", &found);
-    if (found)
-        m_comment = value;
+    if (found) m_comment = value;
 
     const JsonValue* nodes = pixmill::FindMember(doc, L"Filters");
-    if (!nodes || !nodes->IsArray())
-        return;
+    if (!nodes || !nodes->IsArray()) return;
 
     try {
-        for (const JsonValue& node : nodes->GetArray())
-            CreateNode(node, m_filters);
+        for (const JsonValue& node : nodes->GetArray()) CreateNode(node, m_filters);
         FirstByKey index = IndexByKey(m_filters);
-        for (const JsonValue& node : nodes->GetArray())
-            LinkNode(node, index);
+        for (const JsonValue& node : nodes->GetArray()) LinkNode(node, index);
     } catch (...) {
         // The destructor does not run for a constructor that throws.
-        for (IFilter* filter : m_filters)
-            delete filter;
+        for (IFilter* filter : m_filters) delete filter;
         m_filters.clear();
         throw;
     }
 }
 
 CRecipe::~CRecipe() {
-    for (IFilter* filter : m_filters)
-        delete filter;
+    for (IFilter* filter : m_filters) delete filter;
 }
 
 void CRecipe::AddFilter(IFilter* filter) {
-    if (!filter)
-        return;
+    if (!filter) return;
     try {
         m_filters.push_back(filter);
     } catch (...) {
@@ -145,12 +130,10 @@ void CRecipe::AddFilter(IFilter* filter) {
 }
 
 IPin* CRecipe::FindPin(const wchar_t* filterKey, int pinKey) {
-    if (!filterKey)
-        return nullptr;
+    if (!filterKey) return nullptr;
     for (IFilter* filter : m_filters) {
         const wchar_t* key = filter->GetKey();
-        if (key && std::wstring_view(key) == filterKey)
-            return filter->GetPin(pinKey);
+        if (key && std::wstring_view(key) == filterKey) return filter->GetPin(pinKey);
     }
     return nullptr;
 }
@@ -180,8 +163,7 @@ std::wstring DecodeUtf16(const std::string& bytes, size_t start, bool bigEndian)
 }  // namespace
 
 std::wstring ReadRecipeFile(const wchar_t* path) {
-    if (!path || !*path)
-        return std::wstring();
+    if (!path || !*path) return std::wstring();
 
     // Read as bytes: CR LF line ends need no translation, because the JSON
     // parser takes CR as white space.
@@ -190,8 +172,7 @@ std::wstring ReadRecipeFile(const wchar_t* path) {
     if (!platform::ReadFilePrefix(platform::NativePath(std::wstring(path)), kMaxRecipeBytes, bytes,
                                   fileSize))
         return std::wstring();
-    if (fileSize < kMinRecipeBytes)
-        return std::wstring();
+    if (fileSize < kMinRecipeBytes) return std::wstring();
 
     auto byteAt = [&bytes](size_t i) -> int {
         return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : -1;
@@ -209,8 +190,7 @@ std::wstring ReadRecipeFile(const wchar_t* path) {
     // The document is a NUL-terminated text: whatever follows a NUL in the
     // file is not part of it.
     size_t nul = text.find(L'\0');
-    if (nul != std::wstring::npos)
-        text.resize(nul);
+    if (nul != std::wstring::npos) text.resize(nul);
     return text;
 }
 

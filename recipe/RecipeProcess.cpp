@@ -30,8 +30,7 @@ const wchar_t* OrEmpty(const wchar_t* text) {
 void AppendCopies(IPin& pin, std::vector<cv::Mat*>& outputs) {
     for (cv::Mat* image : pin.GetImage()) {
         auto copy = std::make_unique<cv::Mat>();
-        if (image)
-            image->copyTo(*copy);
+        if (image) image->copyTo(*copy);
         outputs.push_back(copy.get());
         copy.release();
     }
@@ -55,8 +54,7 @@ std::wstring Entry(IFilter& filter) {
 // The override object of a filter: the member named by its key, else the
 // member named by its name. Null when the document has neither.
 const JsonValue* OverrideFor(const JsonValue& overrides, IFilter& filter) {
-    if (const JsonValue* byKey = FindMember(overrides, filter.GetKey()))
-        return byKey;
+    if (const JsonValue* byKey = FindMember(overrides, filter.GetKey())) return byKey;
     return FindMember(overrides, filter.GetName());
 }
 
@@ -73,21 +71,18 @@ std::wstring ComposeResult(const std::vector<IFilter*>& filters) {
     std::wstring otherText;
     for (size_t i = filters.size(); i-- > 0;) {
         IFilter& filter = *filters[i];
-        if (!filter.IsProcessed())
-            continue;
+        if (!filter.IsProcessed()) continue;
         if (filter.IsEndPoint()) {
             endText = Entry(filter);
         } else {
             otherText += Entry(filter);
-            if (i != 0)
-                otherText += L",";
+            if (i != 0) otherText += L",";
         }
     }
 
     std::wstring result = head;
     result += endText;
-    if (!endText.empty() && !otherText.empty())
-        result += L",";
+    if (!endText.empty() && !otherText.empty()) result += L",";
     result += otherText;
     result += L"]}";
     return result;
@@ -103,21 +98,18 @@ void RecipeProcess(CRecipe& recipe, std::wstring& result, const std::vector<Mast
     // A text that does not parse leaves a null document in which no filter
     // finds a member: the recipe then runs on its own settings.
     JsonDocument overrides;
-    if (overrideText && *overrideText)
-        ParseJson(overrides, overrideText);
+    if (overrideText && *overrideText) ParseJson(overrides, overrideText);
 
     std::vector<IFilter*>& filters = recipe.Filters();
     for (IFilter* filter : filters) {
         filter->SetMasterImage(inputs);
-        if (const JsonValue* own = OverrideFor(overrides, *filter))
-            filter->Init(*own);
+        if (const JsonValue* own = OverrideFor(overrides, *filter)) filter->Init(*own);
     }
 
     // End points run in document order. One that an earlier end point
     // already pulled is not run again: its images are simply taken.
     for (IFilter* filter : filters) {
-        if (!filter->IsEndPoint())
-            continue;
+        if (!filter->IsEndPoint()) continue;
         LogW(1, L"<CRecipeProcess seq=\"EndPoint\" filter=\"%ls\"/>", OrEmpty(filter->GetName()));
         for (IPin* pin : filter->GetOutputPins()) {
             LogW(1, L"<CRecipeProcess seq=\"EndPoint\" filter=\"%d\"/>", pin->GetKey());
@@ -125,8 +117,7 @@ void RecipeProcess(CRecipe& recipe, std::wstring& result, const std::vector<Mast
         }
     }
 
-    if (!filters.empty())
-        result = ComposeResult(filters);
+    if (!filters.empty()) result = ComposeResult(filters);
     LogW(1, L"</CRecipeProcess>");
 }
 
@@ -157,16 +148,13 @@ void FilterProcess(CRecipe& recipe, std::wstring& result, const std::vector<Mast
     // to the input pin whose key equals its ImageID. A pin that no image
     // names is still set, to an empty list.
     for (IPin* pin : filter->GetPins()) {
-        if (pin->IsOutput())
-            continue;
+        if (pin->IsOutput()) continue;
         std::vector<cv::Mat*> images;
         for (const MasterImage& input : inputs)
-            if (input.ImageID == pin->GetKey())
-                images.push_back(input.image);
+            if (input.ImageID == pin->GetKey()) images.push_back(input.image);
         pin->SetImage(images);
     }
-    for (IPin* pin : filter->GetOutputPins())
-        AppendCopies(*pin, outputs);
+    for (IPin* pin : filter->GetOutputPins()) AppendCopies(*pin, outputs);
 
     result = L"[" + Entry(*filter) + L"]";
     LogW(1, L"</CRecipeProcess>");

@@ -54,7 +54,8 @@ void PixmillTest::SetUp() {
     logging::ResetForTesting();
     api::ResetStartupForTesting();
     logging::SetTraceSink(nullptr, nullptr);
-    platform::SetDebugOutputForTesting([this](const std::string& line) { m_debugLines.push_back(line); });
+    platform::SetDebugOutputForTesting(
+        [this](const std::string& line) { m_debugLines.push_back(line); });
 }
 
 void PixmillTest::TearDown() {
@@ -77,7 +78,9 @@ std::string PixmillTest::LogFilePath() const {
     return platform::NativePath(logging::LogFileNameForNow());
 }
 
-std::string PixmillTest::ReadLog() const { return ReadFile(LogFilePath()); }
+std::string PixmillTest::ReadLog() const {
+    return ReadFile(LogFilePath());
+}
 
 std::string PixmillTest::ReadFile(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);

@@ -9,12 +9,12 @@
 
 static int g_failures = 0;
 
-#define CHECK(cond)                                                        \
-    do {                                                                   \
-        if (!(cond)) {                                                     \
+#define CHECK(cond)                                                                  \
+    do {                                                                             \
+        if (!(cond)) {                                                               \
             fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++g_failures;                                                  \
-        }                                                                  \
+            ++g_failures;                                                            \
+        }                                                                            \
     } while (0)
 
 static void count_lines(const char* line, void* user) {
@@ -50,7 +50,8 @@ int main(void) {
     /* A recipe run on an image record: the source hands image 1 back out. */
     {
         static const wchar_t* recipe =
-            L"{\"Name\":\"c\",\"Filters\":[{\"Name\":\"Src\",\"Key\":\"s\",\"Type\":\"SourceFilter\","
+            L"{\"Name\":\"c\",\"Filters\":[{\"Name\":\"Src\",\"Key\":\"s\",\"Type\":"
+            L"\"SourceFilter\","
             L"\"IsEndPoint\":true,\"Params\":[{\"Key\":\"ImageID\",\"Value\":\"1\"}]}]}";
         uint8_t pixels[6] = {1, 2, 3, 4, 5, 6};
         ImageData image = {3, 2, 1, 1, sizeof pixels, pixels};

@@ -19,8 +19,12 @@ namespace {
 // that is the recipe's end point.
 std::wstring SourceToCounter(int id, int offset = 0, const wchar_t* counterName = L"Counter") {
     return LR"({"Name":"r","Comment":"c","Filters":[)"
-           LR"({"Name":")" + std::wstring(counterName) + LR"(","Key":"k2","Type":"TestCounting","IsEndPoint":true,)"
-           LR"("Params":[{"Key":"Offset","Value":")" + std::to_wstring(offset) + LR"("}],)"
+           LR"({"Name":")" +
+           std::wstring(counterName) +
+           LR"(","Key":"k2","Type":"TestCounting","IsEndPoint":true,)"
+           LR"("Params":[{"Key":"Offset","Value":")" +
+           std::to_wstring(offset) +
+           LR"("}],)"
            LR"("Pins":[{"Key":1,"Link":{"FilterKey":"k1","PinKey":-1}},{"Key":-1}]},)"
            LR"({"Name":"SourceFilter","Key":"k1","Type":"SourceFilter","Params":[{"Key":"ImageID","Value":")" +
            std::to_wstring(id) + LR"("},{"Key":"Path","Value":""}],"Pins":[{"Key":-1}]}]})";
@@ -30,8 +34,8 @@ class ApiTest : public PixmillTest {
 protected:
     void SetUp() override {
         PixmillTest::SetUp();
-        FilterRegistry::Instance().Register(L"TestCounting",
-                                            [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
+        FilterRegistry::Instance().Register(
+            L"TestCounting", [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
         PixmillSetLogLevels(1, 6, 6);
     }
     void TearDown() override {
@@ -78,7 +82,10 @@ TEST_F(ApiTest, RecipeExecuteCopiesImagesInAndOut) {
     EXPECT_EQ(two[0], 20);        // the caller's pixels are untouched
     const std::wstring result = output.result;
     EXPECT_EQ(output.resultSize, (result.size() + 1) * sizeof(wchar_t));
-    EXPECT_EQ(result.rfind(LR"({ "Count":"2", "Filter":[{"Name":"Counter","Key":"k2","Result":{"Calls":1}},)", 0), 0u)
+    EXPECT_EQ(
+        result.rfind(
+            LR"({ "Count":"2", "Filter":[{"Name":"Counter","Key":"k2","Result":{"Calls":1}},)", 0),
+        0u)
         << platform::ToUtf8(result);
 
     EXPECT_EQ(ImageParamRelease(&output), 1);
@@ -90,7 +97,8 @@ TEST_F(ApiTest, RecipeExecuteCopiesImagesInAndOut) {
 
     const std::string log = ReadLog();
     EXPECT_NE(log.find("<Image count 1 Image null/>"), std::string::npos);
-    EXPECT_NE(log.find("<Image channel=\"1\" ImageID=\"2\" width=\"4\" height=\"3\"/>"), std::string::npos);
+    EXPECT_NE(log.find("<Image channel=\"1\" ImageID=\"2\" width=\"4\" height=\"3\"/>"),
+              std::string::npos);
     EXPECT_NE(log.find("<output count=\"1\"/>"), std::string::npos);
 }
 
@@ -147,7 +155,8 @@ TEST_F(ApiTest, OverridesByKeyByNameAndKeyWins) {
     } cases[] = {
         {LR"({"k2":{"Params":[{"Key":"Offset","Value":"7"}]}})", 107},
         {LR"({"Counter":{"Params":[{"Key":"Offset","Value":"9"}]}})", 109},
-        {LR"({"Counter":{"Params":[{"Key":"Offset","Value":"9"}]},"k2":{"Params":[{"Key":"Offset","Value":"3"}]}})", 103},
+        {LR"({"Counter":{"Params":[{"Key":"Offset","Value":"9"}]},"k2":{"Params":[{"Key":"Offset","Value":"3"}]}})",
+         103},
         {LR"({"Nobody":{"Params":[{"Key":"Offset","Value":"9"}]}})", 101},
         {LR"({"k2":{"Params":[)", 101},  // malformed: ignored
     };
@@ -171,7 +180,9 @@ TEST_F(ApiTest, FilterExecuteRoutesImagesByPinKey) {
     ImageData* list[] = {&in2, &in1};
     ImageParam input{2, list, nullptr, 0};
     ImageParam output{};
-    EXPECT_EQ(FilterExecute(&input, &output, L"TestCounting", LR"({"Params":[{"Key":"Offset","Value":"1"}]})"), 0);
+    EXPECT_EQ(FilterExecute(&input, &output, L"TestCounting",
+                            LR"({"Params":[{"Key":"Offset","Value":"1"}]})"),
+              0);
     ASSERT_EQ(output.count, 1);
     EXPECT_EQ(output.images[0]->data[0], 11);  // only ImageID 1 reaches pin 1
     EXPECT_STREQ(output.result, LR"([{"Name":"##Filter","Key":"##Key","Result":{"Calls":1}}])");
@@ -196,8 +207,9 @@ TEST_F(ApiTest, ByPathTokensSetIdsAndFirstOutputIsWritten) {
     WriteRecipeFile(L"C:\\recipes\\two.json", SourceToCounter(2));
     wchar_t result[512] = {};
     const std::string outNative = platform::NativePath(std::wstring(L"C:\\out\\o.png"));
-    int bytes = RecipeExecuteByPath(L"C:\\in\\a.png|2|C:\\in\\b.png", L"C:\\out\\o.png",
-                                    L"C:\\recipes\\two.json", L"{\"ignored\":1}", result, sizeof result);
+    int bytes =
+        RecipeExecuteByPath(L"C:\\in\\a.png|2|C:\\in\\b.png", L"C:\\out\\o.png",
+                            L"C:\\recipes\\two.json", L"{\"ignored\":1}", result, sizeof result);
     EXPECT_EQ(bytes, static_cast<int>(std::wcslen(result) * sizeof(wchar_t)));
     cv::Mat written = cv::imread(outNative, cv::IMREAD_GRAYSCALE);
     ASSERT_FALSE(written.empty());
@@ -207,7 +219,8 @@ TEST_F(ApiTest, ByPathTokensSetIdsAndFirstOutputIsWritten) {
     WriteRecipeFile(L"C:\\recipes\\zero.json", SourceToCounter(0));
     for (const wchar_t* inputs : {L"0|C:\\in\\a.png", L"|C:\\in\\a.png"}) {
         std::remove(outNative.c_str());
-        RecipeExecuteByPath(inputs, L"C:\\out\\o.png", L"C:\\recipes\\zero.json", nullptr, nullptr, 0);
+        RecipeExecuteByPath(inputs, L"C:\\out\\o.png", L"C:\\recipes\\zero.json", nullptr, nullptr,
+                            0);
         written = cv::imread(outNative, cv::IMREAD_GRAYSCALE);
         ASSERT_FALSE(written.empty());
         EXPECT_EQ(written.at<uchar>(0, 0), 40);
@@ -244,8 +257,9 @@ TEST_F(ApiTest, ByBufferBuildsImagesBySizeAndCopiesFirstOutput) {
     std::vector<uint8_t> out(100, 0xEE);
     int w = -1, h = -1;
     wchar_t result[256] = {};
-    int bytes = RecipeExecuteByBuffer(gray.data(), 24, 6, 4, bgr.data(), 72, 6, 4, out.data(), 10, &w, &h,
-                                      SourceToCounter(2, 1).c_str(), L"ignored", result, sizeof result);
+    int bytes =
+        RecipeExecuteByBuffer(gray.data(), 24, 6, 4, bgr.data(), 72, 6, 4, out.data(), 10, &w, &h,
+                              SourceToCounter(2, 1).c_str(), L"ignored", result, sizeof result);
     EXPECT_GT(bytes, 0);
     EXPECT_EQ(w, 6);
     EXPECT_EQ(h, 4);
@@ -269,8 +283,8 @@ TEST_F(ApiTest, ByBufferBuildsImagesBySizeAndCopiesFirstOutput) {
     RecipeExecuteByBuffer(gray.data(), 24, 6, 4, nullptr, 0, 0, 0, out.data(), 100, &w, &h,
                           L"C:\\recipes\\one.json", nullptr, nullptr, 0);
     EXPECT_EQ(out[0], 32);
-    EXPECT_EQ(RecipeExecuteByBuffer(nullptr, 0, 0, 0, nullptr, 0, 0, 0, nullptr, 0, nullptr, nullptr,
-                                    L"C:\\recipes\\none.json", nullptr, nullptr, 0),
+    EXPECT_EQ(RecipeExecuteByBuffer(nullptr, 0, 0, 0, nullptr, 0, 0, 0, nullptr, 0, nullptr,
+                                    nullptr, L"C:\\recipes\\none.json", nullptr, nullptr, 0),
               0);
     const std::string log = ReadLog();
     // Its closing line repeats the opening word.
@@ -289,7 +303,9 @@ TEST_F(ApiTest, FilterExecuteByBufferCutsResultNeverOverruns) {
     EXPECT_EQ(dst[25], 0xEE);
 
     std::vector<wchar_t> small(12, L'#');
-    EXPECT_EQ(FilterExecuteByBuffer(src.data(), nullptr, 5, 5, L"TestCounting", nullptr, small.data(), 8), bytes);
+    EXPECT_EQ(
+        FilterExecuteByBuffer(src.data(), nullptr, 5, 5, L"TestCounting", nullptr, small.data(), 8),
+        bytes);
     EXPECT_EQ(std::wstring(small.data()), full.substr(0, 7));
     EXPECT_EQ(small[8], L'#');
     EXPECT_EQ(FilterExecuteByBuffer(nullptr, nullptr, -3, 5, L"TestCounting", nullptr, nullptr, 0),
@@ -327,7 +343,8 @@ TEST_F(ApiTest, ImageBufferNewestWinsAndCountsPixels) {
     ImageBufferAdd(buffer, 1, px.data(), 4, 2, 2);
     std::vector<uint8_t> img(4, 0);
     EXPECT_GT(RecipeExecuteByBufferID(buffer, img.data(), 4, &w, &h, SourceToCounter(1).c_str(),
-                                      LR"({"Counter":{"Params":[{"Key":"Offset","Value":"5"}]}})", nullptr, 0),
+                                      LR"({"Counter":{"Params":[{"Key":"Offset","Value":"5"}]}})",
+                                      nullptr, 0),
               0);
     EXPECT_EQ(img[0], 15);
     EXPECT_EQ(ImageBufferGet(buffer, 1, out.data(), 4, &w, &h), 4);
@@ -345,10 +362,13 @@ TEST_F(ApiTest, BadImageBufferHandlesAreRefusedWithoutTouchingMemory) {
     for (void* handle : {static_cast<void*>(garbage), buffer}) {
         EXPECT_EQ(ImageBufferAdd(handle, 1, px.data(), 4, 2, 2), -1);
         EXPECT_EQ(ImageBufferGet(handle, 1, px.data(), 4, &w, &h), -1);
-        EXPECT_EQ(RecipeExecuteByBufferID(handle, nullptr, 0, nullptr, nullptr, L"{}", nullptr, nullptr, 0), -1);
+        EXPECT_EQ(RecipeExecuteByBufferID(handle, nullptr, 0, nullptr, nullptr, L"{}", nullptr,
+                                          nullptr, 0),
+                  -1);
         EXPECT_EQ(ImageBufferRelease(handle), -1);  // released twice, or never made
     }
-    EXPECT_TRUE(std::all_of(std::begin(garbage), std::end(garbage), [](unsigned char c) { return c == 0xAB; }));
+    EXPECT_TRUE(std::all_of(std::begin(garbage), std::end(garbage),
+                            [](unsigned char c) { return c == 0xAB; }));
     EXPECT_EQ(CountOf(ReadLog(), "[4] [ERROR] Invalid  CImageBuffer ID\n"), 8);
 
     EXPECT_EQ(ImageBufferRelease(nullptr), -1);
@@ -419,10 +439,11 @@ TEST_F(ApiTest, ExportsLogTheirTagsAtLevelTwo) {
     ImageParamRelease(&output);
     FilterExecuteByBuffer(nullptr, nullptr, 0, 0, L"TestCounting", nullptr, nullptr, 0);
     const std::string log = ReadLog();
-    for (const char* tag : {"[2] <RecipeExecute> <Recipe>{}</Recipe> <Param>p</Param>\n", "[2] </RecipeExecute>\n",
-                            "[2] <FilterExecute> <Filter>TestCounting</Filter> <Param></Param>\n",
-                            "[2] </FilterExecute>\n", "[2] <FilterExecuteByBuffer>\n",
-                            "[2] </FilterExecuteByBuffer>\n"})
+    for (const char* tag :
+         {"[2] <RecipeExecute> <Recipe>{}</Recipe> <Param>p</Param>\n", "[2] </RecipeExecute>\n",
+          "[2] <FilterExecute> <Filter>TestCounting</Filter> <Param></Param>\n",
+          "[2] </FilterExecute>\n", "[2] <FilterExecuteByBuffer>\n",
+          "[2] </FilterExecuteByBuffer>\n"})
         EXPECT_NE(log.find(tag), std::string::npos) << tag;
 }
 

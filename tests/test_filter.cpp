@@ -25,7 +25,8 @@ TEST_F(FilterTest, InitReadsMembersAndLiteralTrueOnly) {
     EXPECT_STREQ(f.GetKey(), L"##Key");
     EXPECT_STREQ(f.GetResult(), L"\"\"");
 
-    auto doc = Parse(L"{\"Name\":\"Count\",\"Key\":\"00ff\",\"Enable\":\"true\",\"IsEndPoint\":\"true\"}");
+    auto doc =
+        Parse(L"{\"Name\":\"Count\",\"Key\":\"00ff\",\"Enable\":\"true\",\"IsEndPoint\":\"true\"}");
     EXPECT_EQ(f.Init(doc), 1);
     EXPECT_STREQ(f.GetName(), L"Count");
     EXPECT_STREQ(f.GetKey(), L"00ff");
@@ -50,7 +51,8 @@ TEST_F(FilterTest, ParamsEntriesAlwaysCountAsAChange) {
     EXPECT_TRUE(f.m_paramChanged);
 
     CCountingFilter g;
-    auto malformed = Parse(L"{\"Params\":[7,{\"Key\":3},{\"Value\":\"x\"},{\"Key\":\"Offset\",\"Value\":\"9\"}]}");
+    auto malformed = Parse(
+        L"{\"Params\":[7,{\"Key\":3},{\"Value\":\"x\"},{\"Key\":\"Offset\",\"Value\":\"9\"}]}");
     g.Init(malformed);
     EXPECT_TRUE(g.m_paramChanged);
     EXPECT_EQ(ParamValue<int>(g.GetParams(), L"Offset", 0), 9);
@@ -138,7 +140,8 @@ TEST_F(FilterTest, StandardExceptionInProcIsContainedAndLogged) {
     failing.GetPin(1)->SetLink(src.GetPin(-1));
     consumer.GetPin(1)->SetLink(failing.GetPin(-1));
     cv::Mat img(3, 3, CV_8UC1, cv::Scalar(5));
-    for (CFilter* f : std::vector<CFilter*>{&src, &failing, &consumer}) f->SetMasterImage({{&img, 1}});
+    for (CFilter* f : std::vector<CFilter*>{&src, &failing, &consumer})
+        f->SetMasterImage({{&img, 1}});
 
     std::vector<cv::Mat*> out;
     EXPECT_NO_THROW(out = consumer.GetPin(-1)->GetImage());
@@ -178,7 +181,8 @@ TEST_F(FilterTest, PinsAndParamsInDeclarationOrder) {
 
 TEST_F(FilterTest, PassThroughConcatenatesInputsIntoEveryOutput) {
     CPassFilter f;
-    cv::Mat a(2, 2, CV_8UC1, cv::Scalar(1)), b(2, 2, CV_8UC1, cv::Scalar(2)), c(2, 2, CV_8UC1, cv::Scalar(3));
+    cv::Mat a(2, 2, CV_8UC1, cv::Scalar(1)), b(2, 2, CV_8UC1, cv::Scalar(2)),
+        c(2, 2, CV_8UC1, cv::Scalar(3));
     f.GetPin(2)->SetImage({&c});
     f.GetPin(1)->SetImage({&a, &b});
     f.SetMasterImage({});

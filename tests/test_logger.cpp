@@ -21,8 +21,7 @@ using Lines = std::vector<std::string>;
 
 int FilesUnder(const fs::path& dir) {
     int n = 0;
-    for (const auto& e : fs::recursive_directory_iterator(dir))
-        n += e.is_regular_file() ? 1 : 0;
+    for (const auto& e : fs::recursive_directory_iterator(dir)) n += e.is_regular_file() ? 1 : 0;
     return n;
 }
 

@@ -12,19 +12,21 @@ namespace {
 
 TEST(ParamAttributes, ThresholdTextIsByteExact) {
     Param<int> threshold(L"Threshold", 127, 0, 255, 1);
-    EXPECT_STREQ(threshold.GetAttributes(),
-                 L"[{\"Name\":\"value\",\"Value\":\"127\"},{\"Name\":\"default\",\"Value\":\"127\"},"
-                 L"{\"Name\":\"min\",\"Value\":\"0\"},{\"Name\":\"max\",\"Value\":\"255\"},"
-                 L"{\"Name\":\"step\",\"Value\":\"1\"},]");
+    EXPECT_STREQ(
+        threshold.GetAttributes(),
+        L"[{\"Name\":\"value\",\"Value\":\"127\"},{\"Name\":\"default\",\"Value\":\"127\"},"
+        L"{\"Name\":\"min\",\"Value\":\"0\"},{\"Name\":\"max\",\"Value\":\"255\"},"
+        L"{\"Name\":\"step\",\"Value\":\"1\"},]");
 }
 
 TEST(ParamAttributes, FloatUsesSixDecimalsAndKeepsConstructionValues) {
     Param<float> sigma(L"Sigma", 1.5f, 0.1f, 20.0f, 0.25f);
     const std::wstring before = sigma.GetAttributes();
-    EXPECT_EQ(before,
-              L"[{\"Name\":\"value\",\"Value\":\"1.500000\"},{\"Name\":\"default\",\"Value\":"
-              L"\"1.500000\"},{\"Name\":\"min\",\"Value\":\"0.100000\"},{\"Name\":\"max\",\"Value\":"
-              L"\"20.000000\"},{\"Name\":\"step\",\"Value\":\"0.250000\"},]");
+    EXPECT_EQ(
+        before,
+        L"[{\"Name\":\"value\",\"Value\":\"1.500000\"},{\"Name\":\"default\",\"Value\":"
+        L"\"1.500000\"},{\"Name\":\"min\",\"Value\":\"0.100000\"},{\"Name\":\"max\",\"Value\":"
+        L"\"20.000000\"},{\"Name\":\"step\",\"Value\":\"0.250000\"},]");
     std::vector<IParam*> list{&sigma};
     ASSERT_TRUE(pixmill::SetParamFromText(list, L"Sigma", L"7.25"));
     EXPECT_FLOAT_EQ(sigma.value, 7.25f);
@@ -68,9 +70,9 @@ TEST(ParamTypeName, ReadableNames) {
 struct ConversionCase {
     const wchar_t* text;
     enum Kind { Int, Float, Bool } kind;
-    double expected;           // value when no exception is expected
-    const char* exception;     // what() text, or null
-    bool outOfRange;           // std::out_of_range rather than std::invalid_argument
+    double expected;        // value when no exception is expected
+    const char* exception;  // what() text, or null
+    bool outOfRange;        // std::out_of_range rather than std::invalid_argument
 };
 
 class ParamConversion : public ::testing::TestWithParam<ConversionCase> {};
@@ -102,9 +104,15 @@ TEST_P(ParamConversion, SetsValueOrRaisesDesignedException) {
     }
     EXPECT_TRUE(pixmill::SetParamFromText(list, L"k", c.text));
     switch (c.kind) {
-        case ConversionCase::Int: EXPECT_EQ(i.value, static_cast<int>(c.expected)); break;
-        case ConversionCase::Float: EXPECT_FLOAT_EQ(f.value, static_cast<float>(c.expected)); break;
-        case ConversionCase::Bool: EXPECT_EQ(b.value, c.expected != 0); break;
+        case ConversionCase::Int:
+            EXPECT_EQ(i.value, static_cast<int>(c.expected));
+            break;
+        case ConversionCase::Float:
+            EXPECT_FLOAT_EQ(f.value, static_cast<float>(c.expected));
+            break;
+        case ConversionCase::Bool:
+            EXPECT_EQ(b.value, c.expected != 0);
+            break;
     }
 }
 

@@ -65,8 +65,7 @@ TEST(PlatformText, InvalidUtf8BecomesReplacementPerByte) {
                           {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},  // surrogate
                           {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},  // above U+10FFFF
                           {"\xFFz", L"\uFFFDz"}};
-    for (const auto& c : cases)
-        EXPECT_EQ(platform::FromUtf8(c.utf8), c.wide) << c.utf8.size();
+    for (const auto& c : cases) EXPECT_EQ(platform::FromUtf8(c.utf8), c.wide) << c.utf8.size();
     // Wide values that are no scalar value come out as U+FFFD.
     std::wstring bad{L'a', static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000)};
     EXPECT_EQ(platform::ToUtf8(bad), "a\xEF\xBF\xBD\xEF\xBF\xBD");

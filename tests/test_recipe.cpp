@@ -21,8 +21,7 @@ const wchar_t* const kTestTypes[] = {L"TestSource", L"TestResult",      L"TestCo
 std::wstring Quoted(const std::wstring& text) {
     std::wstring q;
     for (wchar_t c : text) {
-        if (c == L'"' || c == L'\\')
-            q += L'\\';
+        if (c == L'"' || c == L'\\') q += L'\\';
         q += c;
     }
     return q;
@@ -37,8 +36,7 @@ std::wstring Node(const std::wstring& key, const std::wstring& name, bool endPoi
                      L"\",\"Enable\":true,\"IsEndPoint\":" + (endPoint ? L"true" : L"false") +
                      L",\"Params\":[{\"Key\":\"Result\",\"Value\":\"" + Quoted(result) +
                      L"\"}],\"Pins\":[{\"Type\":\"IN\",\"Name\":\"In\",\"Key\":1";
-    if (!upstream.empty())
-        n += L",\"Link\":{\"FilterKey\":\"" + upstream + L"\",\"PinKey\":-1}";
+    if (!upstream.empty()) n += L",\"Link\":{\"FilterKey\":\"" + upstream + L"\",\"PinKey\":-1}";
     return n + L"},{\"Type\":\"OUT\",\"Name\":\"Out\",\"Key\":-1}]}";
 }
 
@@ -50,8 +48,7 @@ std::wstring Source(const std::wstring& key, const std::wstring& name = L"Src") 
 std::wstring RecipeText(std::initializer_list<std::wstring> nodes) {
     std::wstring text = L"{\"Name\":\"r\",\"Filters\":[";
     const wchar_t* sep = L"";
-    for (const std::wstring& n : nodes)
-        text += sep + n, sep = L",";
+    for (const std::wstring& n : nodes) text += sep + n, sep = L",";
     return text + L"]}";
 }
 
@@ -63,13 +60,11 @@ std::wstring EntryText(const std::wstring& name, const std::wstring& key, const 
 struct Outputs {
     std::vector<cv::Mat*> raw;
     ~Outputs() {
-        for (cv::Mat* m : raw)
-            delete m;
+        for (cv::Mat* m : raw) delete m;
     }
     std::vector<int> FirstPixels() const {
         std::vector<int> v;
-        for (cv::Mat* m : raw)
-            v.push_back(m->empty() ? -1 : m->at<uint8_t>(0, 0));
+        for (cv::Mat* m : raw) v.push_back(m->empty() ? -1 : m->at<uint8_t>(0, 0));
         return v;
     }
 };
@@ -80,8 +75,7 @@ std::vector<std::string> LogMessages(const std::string& log) {
     std::istringstream in(log);
     for (std::string line; std::getline(in, line);) {
         size_t at = line.find("] ");
-        if (at != std::string::npos)
-            lines.push_back(line.substr(at + 2));
+        if (at != std::string::npos) lines.push_back(line.substr(at + 2));
     }
     return lines;
 }
@@ -89,19 +83,18 @@ std::vector<std::string> LogMessages(const std::string& log) {
 bool HasAdjacent(const std::vector<std::string>& lines, const std::string& a,
                  const std::string& b) {
     for (size_t i = 0; i + 1 < lines.size(); ++i)
-        if (lines[i] == a && lines[i + 1] == b)
-            return true;
+        if (lines[i] == a && lines[i + 1] == b) return true;
     return false;
 }
 
 // Has an input pin with key 0, the key that no link may use.
 class CZeroPinFilter : public CFilter {
-  public:
+public:
     CZeroPinFilter() { AddPin(L"In", 0, false); }
 };
 
 class RecipeTest : public PixmillTest {
-  protected:
+protected:
     void SetUp() override {
         PixmillTest::SetUp();
         auto& r = FilterRegistry::Instance();
@@ -118,8 +111,7 @@ class RecipeTest : public PixmillTest {
         masters = {{&img, 1}};
     }
     void TearDown() override {
-        for (const wchar_t* t : kTestTypes)
-            FilterRegistry::Instance().Unregister(t);
+        for (const wchar_t* t : kTestTypes) FilterRegistry::Instance().Unregister(t);
         EXPECT_EQ(CResultFilter::s_alive, 0) << "a filter outlived its recipe";
         EXPECT_EQ(CCountingFilter::s_alive, 0) << "a filter outlived its recipe";
         PixmillTest::TearDown();
@@ -209,8 +201,7 @@ TEST_F(RecipeTest, WithoutEndPointNothingRuns) {
     RecipeProcess(recipe, result, masters, out.raw, nullptr);
     EXPECT_EQ(result, L"{ \"Count\":\"2\", \"Filter\":[]}");
     EXPECT_TRUE(out.raw.empty());
-    for (IFilter* f : recipe.Filters())
-        EXPECT_FALSE(f->IsProcessed());
+    for (IFilter* f : recipe.Filters()) EXPECT_FALSE(f->IsProcessed());
 }
 
 TEST_F(RecipeTest, UnpulledFiltersAreCountedButNotListed) {
@@ -452,6 +443,24 @@ TEST_F(RecipeTest, ThousandFilterChainRuns) {
         0u);
     EXPECT_EQ(result.substr(result.size() - 4), L"},]}");
     EXPECT_EQ(CountOf(platform::ToUtf8(result), "\"Key\":\"n"), kLength);
+}
+
+TEST_F(RecipeTest, ChainDeeperThanTheStackStopsWithAnErrorLine) {
+    // Far more filters than the 8 MiB stack of this thread can nest: the pull
+    // stops where the stack runs low, with one error line and no crash.
+    EnableFileLog(4);
+    constexpr int kLength = 40000;
+    std::wstring text = L"{\"Filters\":[";
+    for (int i = kLength - 1; i > 0; --i) {
+        text += Node(L"n" + std::to_wstring(i), L"F", i == kLength - 1,
+                     L"n" + std::to_wstring(i - 1), L"[" + std::to_wstring(i) + L"]") +
+                L",";
+    }
+    text += Source(L"n0") + L"]}";
+    std::wstring result = Run(text);
+    EXPECT_TRUE(out.FirstPixels().empty());  // the source was never reached
+    EXPECT_EQ(result.rfind(L"{ \"Count\":\"40000\", \"Filter\":[", 0), 0u);
+    EXPECT_EQ(CountOf(ReadLog(), "result=\"pull too deep\""), 1);
 }
 
 TEST_F(RecipeTest, SingleFilterRoutesInputsByImageIdAndIgnoresEndPoint) {

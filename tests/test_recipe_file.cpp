@@ -40,7 +40,7 @@ std::string Utf16Bytes(const std::wstring& text, bool bigEndian) {
 }
 
 class RecipeFileTest : public PixmillTest {
-  protected:
+protected:
     void SetUp() override {
         PixmillTest::SetUp();
         auto& r = FilterRegistry::Instance();
@@ -98,8 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) {
         std::string name = info.param.label;
         for (char& c : name)
-            if (c == ' ')
-                c = '_';
+            if (c == ' ') c = '_';
         return name;
     });
 
@@ -110,8 +109,7 @@ TEST_F(RecipeFileTest, CrLfLineEndsLoadTheSameRecipe) {
             lf.insert(at + 1, "\n");
     }
     std::string crlf;
-    for (char c : lf)
-        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
     ASSERT_NE(crlf.find("\r\n"), std::string::npos);
     ExpectLoaded(ReadRecipeFile(Write("lf.json", lf).c_str()));
     ExpectLoaded(ReadRecipeFile(Write("crlf.json", crlf).c_str()));

@@ -25,8 +25,10 @@ protected:
     void SetUp() override {
         PixmillTest::SetUp();
         auto& registry = FilterRegistry::Instance();
-        registry.Register(L"TestCounting", [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
-        registry.Register(L"TestNotAFilter", [] { return static_cast<IBaseObject*>(new CNotAFilter()); });
+        registry.Register(L"TestCounting",
+                          [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
+        registry.Register(L"TestNotAFilter",
+                          [] { return static_cast<IBaseObject*>(new CNotAFilter()); });
     }
     void TearDown() override {
         FilterRegistry::Instance().Unregister(L"TestCounting");
@@ -38,7 +40,8 @@ protected:
 const wchar_t* kCountingEntry =
     L"{\"Name\":\"TestCounting\",\"Pin\":[{ \"Name\":\"IN_In\", \"Key\":1},{ \"Name\":\"OUT_Out\", "
     L"\"Key\":-1},], \"Param\":[{ \"Name\":\"Offset\",\"Type\":\"int\",\"Attributes\":[{\"Name\":"
-    L"\"value\",\"Value\":\"0\"},{\"Name\":\"default\",\"Value\":\"0\"},{\"Name\":\"min\",\"Value\":"
+    L"\"value\",\"Value\":\"0\"},{\"Name\":\"default\",\"Value\":\"0\"},{\"Name\":\"min\","
+    L"\"Value\":"
     L"\"-255\"},{\"Name\":\"max\",\"Value\":\"255\"},{\"Name\":\"step\",\"Value\":\"1\"},]}, { "
     L"\"Name\":\"Invert\",\"Type\":\"bool\"}, { \"Name\":\"Label\",\"Type\":\"std::wstring\"}, ]},";
 

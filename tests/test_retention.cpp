@@ -23,7 +23,7 @@ using Lines = std::vector<std::string>;
 const char* const kNotFound = "[4] <DeleteRunCheck info=\"notfound\" return=\"false\"/>";
 
 class RetentionTest : public PixmillTest {
-  protected:
+protected:
     void SetUp() override {
         PixmillTest::SetUp();
         // The run's own lines go to a log in another folder, so that they carry
@@ -53,8 +53,7 @@ class RetentionTest : public PixmillTest {
         std::istringstream in(ReadLog());
         for (std::string line; std::getline(in, line);) {
             size_t bar = line.find(" | ");
-            if (bar != std::string::npos)
-                lines.push_back(line.substr(bar + 3));
+            if (bar != std::string::npos) lines.push_back(line.substr(bar + 3));
         }
         return lines;
     }
@@ -79,8 +78,7 @@ class RetentionMarkerTest : public RetentionTest, public testing::WithParamInter
 TEST_P(RetentionMarkerTest, MarkerDecidesWhetherCleanUpRuns) {
     const auto& c = GetParam();
     Put("old.log", kSevenDays + kOneDay);
-    if (c.markerAge)
-        Put("logclear.info", *c.markerAge);
+    if (c.markerAge) Put("logclear.info", *c.markerAge);
     Run();
     Lines lines = LogLines();
     ASSERT_GE(lines.size(), c.check.size());
@@ -145,8 +143,7 @@ TEST_F(RetentionTest, FolderWithoutLogFilesReportsErrorAndLeavesNoMarker) {
         fs::remove_all(m_dir);
         fs::remove_all(LogFilePath());
         fs::create_directories(m_dir);
-        if (withOtherFile)
-            Put("notes.txt", 5 * kSevenDays);
+        if (withOtherFile) Put("notes.txt", 5 * kSevenDays);
         Run();
         EXPECT_EQ(LogLines(),
                   (Lines{kNotFound, "[2] <DeleteOldFile>",

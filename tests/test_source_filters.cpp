@@ -54,10 +54,8 @@ cv::Mat GrayOf(const cv::Mat& bgr) {
 }
 
 bool SameImage(const cv::Mat& a, const cv::Mat& b) {
-    if (a.size() != b.size() || a.type() != b.type())
-        return false;
-    if (a.empty())
-        return true;
+    if (a.size() != b.size() || a.type() != b.type()) return false;
+    if (a.empty()) return true;
     cv::Mat diff;
     cv::absdiff(a, b, diff);
     return cv::countNonZero(diff.reshape(1)) == 0;
@@ -162,7 +160,7 @@ TEST_F(SourceFilterTest, UnreadablePathGivesOneEmptyImage) {
 
 // Exposes the master list, so that Proc can be called on its own.
 class CSourceFilterWithMasters : public CSourceFilter {
-  public:
+public:
     using CFilter::m_masterImages;
 };
 
@@ -190,7 +188,7 @@ TEST_F(SourceFilterTest, ImageIdMissingFromTheParamListMeansZero) {
 // ---------------------------------------------------------------------------
 
 class LoggerPathFilterTest : public PixmillTest {
-  protected:
+protected:
     void SetUp() override {
         PixmillTest::SetUp();
         passA = cv::Mat(12, 16, CV_8UC1, cv::Scalar(30));
@@ -281,8 +279,7 @@ TEST_F(LoggerPathFilterTest, FileNameIsCutAt255Characters) {
     // Folder names stay short enough for any file system; only the whole
     // name reaches the limit.
     std::wstring root = L"C:";
-    while (root.size() < 240)
-        root += L"\\" + std::wstring(40, L'd');
+    while (root.size() < 240) root += L"\\" + std::wstring(40, L'd');
     root.resize(240);
     const std::wstring fits = std::wstring(255 - root.size() - 1 - 4, L'n');  // 255 in all
     CLoggerPathFilter f;
@@ -323,7 +320,7 @@ TEST_F(LoggerPathFilterTest, FileNameIsCutAt255Characters) {
 // ---------------------------------------------------------------------------
 
 class DrawCircleFilterTest : public PixmillTest {
-  protected:
+protected:
     // A one-channel input whose pixels must not show in the mask.
     static cv::Mat Input(cv::Size size, int type = CV_8UC1) {
         cv::Mat m(size, type, cv::Scalar(90));
@@ -359,8 +356,7 @@ TEST_F(DrawCircleFilterTest, WidthZeroDrawsOneWhiteDot) {
     ASSERT_EQ(out.size(), 1u);
     ASSERT_EQ(out[0]->type(), CV_8UC3);
     ASSERT_EQ(out[0]->size(), in.size());
-    for (int c = 0; c < 3; ++c)
-        EXPECT_EQ(cv::countNonZero(Channel(*out[0], c)), 1);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(cv::countNonZero(Channel(*out[0], c)), 1);
     EXPECT_EQ(out[0]->at<cv::Vec3b>(12, 10), cv::Vec3b(255, 255, 255));
     EXPECT_STREQ(f.GetResult(), L"\"\"");
     EXPECT_NE(ReadLog().find("] DrawCircleFilter\n"), std::string::npos);

@@ -17,17 +17,16 @@ namespace {
 
 // Sets or clears an environment variable for one scope and puts the old value back.
 class ScopedEnv {
-  public:
+public:
     ScopedEnv(const char* name, const char* value) : m_name(name) {
-        if (const char* old = std::getenv(name))
-            m_old = old;
+        if (const char* old = std::getenv(name)) m_old = old;
         value ? ::setenv(name, value, 1) : ::unsetenv(name);
     }
     ~ScopedEnv() {
         m_old ? ::setenv(m_name.c_str(), m_old->c_str(), 1) : ::unsetenv(m_name.c_str());
     }
 
-  private:
+private:
     std::string m_name;
     std::optional<std::string> m_old;
 };
@@ -99,8 +98,7 @@ TEST_F(StartupTest, HostLevelsWinOverEnvironmentOverDefaults) {
         api::ResetStartupForTesting();
         logging::ResetForTesting();
         ScopedEnv env("PIXMILL_LOG_LEVELS", c.env);
-        if (!c.host.empty())
-            PixmillSetLogLevels(c.host[0], c.host[1], c.host[2]);
+        if (!c.host.empty()) PixmillSetLogLevels(c.host[0], c.host[1], c.host[2]);
         api::EnsureStartup();
         EXPECT_EQ(Current(), c.expected);
     }

@@ -31,12 +31,12 @@ PIXMILL_EXTERN_C_BEGIN
  * channels interleaved (blue, green, red for three channels).
  */
 typedef struct ImageData {
-    int32_t width;    /* pixels per row */
-    int32_t height;   /* rows */
-    int8_t channels;  /* 1 or 3 */
-    int32_t ImageID;  /* routes an input image to its consumer; 0 on output */
-    uint64_t size;    /* number of pixel bytes: width * height * channels */
-    uint8_t* data;    /* the pixels */
+    int32_t width;   /* pixels per row */
+    int32_t height;  /* rows */
+    int8_t channels; /* 1 or 3 */
+    int32_t ImageID; /* routes an input image to its consumer; 0 on output */
+    uint64_t size;   /* number of pixel bytes: width * height * channels */
+    uint8_t* data;   /* the pixels */
 } ImageData;
 
 /*
@@ -47,10 +47,10 @@ typedef struct ImageData {
  * the caller gives the record back to ImageParamRelease.
  */
 typedef struct ImageParam {
-    int32_t count;        /* number of entries in `images` */
-    ImageData** images;   /* array of `count` pointers (an entry may be NULL on input) */
-    wchar_t* result;      /* output only: the result document, NUL-terminated */
-    uint64_t resultSize;  /* output only: size of `result` in bytes, terminator included */
+    int32_t count;       /* number of entries in `images` */
+    ImageData** images;  /* array of `count` pointers (an entry may be NULL on input) */
+    wchar_t* result;     /* output only: the result document, NUL-terminated */
+    uint64_t resultSize; /* output only: size of `result` in bytes, terminator included */
 } ImageParam;
 
 /* ---- Recipe and filter execution ---------------------------------------- */
@@ -121,8 +121,8 @@ PIXMILL_API int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* output
  */
 PIXMILL_API int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width1, int height1,
                                       const uint8_t* image2, int size2, int width2, int height2,
-                                      uint8_t* outImage, int outSize, int* outWidth,
-                                      int* outHeight, const wchar_t* recipe, const wchar_t* param,
+                                      uint8_t* outImage, int outSize, int* outWidth, int* outHeight,
+                                      const wchar_t* recipe, const wchar_t* param,
                                       wchar_t* resultText, int resultBytes);
 
 /*
@@ -131,10 +131,9 @@ PIXMILL_API int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int widt
  * document, as for RecipeExecute. Other arguments as RecipeExecuteByBuffer.
  * Returns as RecipeExecuteByPath, or -1 if `buffer` is not a live handle.
  */
-PIXMILL_API int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize,
-                                        int* outWidth, int* outHeight, const wchar_t* recipe,
-                                        const wchar_t* param, wchar_t* resultText,
-                                        int resultBytes);
+PIXMILL_API int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize, int* outWidth,
+                                        int* outHeight, const wchar_t* recipe, const wchar_t* param,
+                                        wchar_t* resultText, int resultBytes);
 
 /*
  * Runs one filter on a one-channel image of width*height bytes (ImageID 1).
