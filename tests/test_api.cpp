@@ -144,35 +144,6 @@ TEST_F(ApiTest, ReleaseLeavesForeignRecordsAlone) {
     EXPECT_EQ(list[0], &d);
 }
 
-TEST_F(ApiTest, OverridesByKeyByNameAndKeyWins) {
-    std::vector<uint8_t> px(4, 100);
-    ImageData d{2, 2, 1, 1, 4, px.data()};
-    ImageData* list[] = {&d};
-    ImageParam input{1, list, nullptr, 0};
-    struct Case {
-        const wchar_t* override;
-        int expected;
-    } cases[] = {
-        {LR"({"k2":{"Params":[{"Key":"Offset","Value":"7"}]}})", 107},
-        {LR"({"Counter":{"Params":[{"Key":"Offset","Value":"9"}]}})", 109},
-        {LR"({"Counter":{"Params":[{"Key":"Offset","Value":"9"}]},"k2":{"Params":[{"Key":"Offset","Value":"3"}]}})",
-         103},
-        {LR"({"Nobody":{"Params":[{"Key":"Offset","Value":"9"}]}})", 101},
-        {LR"({"k2":{"Params":[)", 101},  // malformed: ignored
-    };
-    for (const Case& c : cases) {
-        ImageParam output{};
-        RecipeExecute(&input, &output, SourceToCounter(1, 1).c_str(), c.override);
-        ASSERT_EQ(output.count, 1);
-        EXPECT_EQ(output.images[0]->data[0], c.expected) << platform::ToUtf8(c.override);
-        ImageParamRelease(&output);
-    }
-    ImageParam output{};
-    EXPECT_THROW(RecipeExecute(&input, &output, SourceToCounter(1).c_str(),
-                               LR"({"k2":{"Params":[{"Key":"Offset","Value":"x"}]}})"),
-                 std::invalid_argument);
-}
-
 TEST_F(ApiTest, FilterExecuteRoutesImagesByPinKey) {
     std::vector<uint8_t> a(4, 10), b(4, 50);
     ImageData in1{2, 2, 1, 1, 4, a.data()};
@@ -429,6 +400,33 @@ TEST_F(ApiTest, SmallExports) {
     ASSERT_FALSE(b.empty());
     EXPECT_EQ(b.at<uchar>(1, 2), 255);
     EXPECT_EQ(cv::countNonZero(b), 1);
+}
+
+TEST_F(ApiTest, NullPointersAreHarmless) {
+    WriteRecipeFile(L"C:\\recipes\\one.json", SourceToCounter(1));
+    wchar_t result[64] = {};
+    EXPECT_GT(RecipeExecuteByPath(nullptr, nullptr, L"C:\\recipes\\one.json", nullptr, result,
+                                  sizeof result),
+              0);
+    EXPECT_EQ(RecipeExecuteByBuffer(nullptr, 4, 2, 2, nullptr, 4, 2, 2, nullptr, 4, nullptr,
+                                    nullptr, nullptr, nullptr, nullptr, 0),
+              0);
+    void* buffer = ImageBufferCreate();
+    EXPECT_EQ(RecipeExecuteByBufferID(buffer, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr, 0),
+              0);
+    std::vector<uint8_t> px(4, 3);
+    EXPECT_EQ(ImageBufferAdd(buffer, 1, nullptr, 4, 2, 2), 0);  // stored as an empty image
+    EXPECT_EQ(ImageBufferAdd(buffer, 2, px.data(), 4, 2, 2), 0);
+    EXPECT_EQ(ImageBufferGet(buffer, 2, nullptr, 4, nullptr, nullptr), 4);
+    EXPECT_EQ(ImageBufferGet(buffer, 1, px.data(), 4, nullptr, nullptr), 0);
+    EXPECT_EQ(RecipeExecuteByBufferID(buffer, nullptr, 4, nullptr, nullptr,
+                                      SourceToCounter(2).c_str(), nullptr, nullptr, 0) > 0,
+              true);
+    EXPECT_EQ(ImageBufferRelease(buffer), 0);
+    EXPECT_EQ(ImageWrite(nullptr, 2, 2, "D:\\n.png"), -1);
+    EXPECT_EQ(ImageRead(nullptr, 4, nullptr, nullptr, "D:\\n.png"), 0);
+    EXPECT_EQ(FilterExecuteByBuffer(nullptr, nullptr, 2, 2, nullptr, nullptr, nullptr, 0), 0);
 }
 
 TEST_F(ApiTest, ExportsLogTheirTagsAtLevelTwo) {
