@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Pixmill and runs the demo: the filter
-# description document, read through the public C interface.
+# Installs what is missing, builds Pixmill and runs the demo: sample images
+# drawn with known content, a demo recipe run through the library, and the
+# result document and output images it gives.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/build.sh
-export PIXMILL_ROOT="${PIXMILL_ROOT:-$PWD/build/demo-root}"
-./build/tools/describe_filters
+./build/tools/pixmill demo --root "${PIXMILL_DEMO_ROOT:-$PWD/build/demo}"

@@ -9,6 +9,7 @@ packages=(
   rapidjson-dev
   libgtest-dev libgmock-dev
   libbenchmark-dev
+  libcli11-dev
 )
 
 missing=()
