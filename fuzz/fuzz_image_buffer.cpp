@@ -1,0 +1,71 @@
+// Sequences of image buffer calls with arbitrary handles and sizes: create,
+// add, get, release, and a recipe run by buffer ID.
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "pixmill/pixmill.h"
+
+namespace {
+
+const wchar_t* kRecipe =
+    L"{\"Filters\":[{\"Name\":\"S\",\"Key\":\"s\",\"Type\":\"SourceFilter\",\"IsEndPoint\":true,"
+    L"\"Params\":[{\"Key\":\"ImageID\",\"Value\":\"1\"}]}]}";
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    pixmill::fuzz::SetUpOnce();
+    FuzzedDataProvider in(data, size);
+    std::vector<void*> live;
+    std::vector<void*> released;
+    std::vector<uint8_t> scratch(4096);
+    for (int step = 0; step < 64 && in.remaining_bytes() > 0; ++step) {
+        // A handle: a live one, a released one, null or an arbitrary value.
+        auto pick = [&]() -> void* {
+            switch (in.ConsumeIntegralInRange(0, 3)) {
+                case 0: return live.empty() ? nullptr : live[in.ConsumeIntegralInRange<size_t>(0, live.size() - 1)];
+                case 1: return released.empty() ? nullptr : released[in.ConsumeIntegralInRange<size_t>(0, released.size() - 1)];
+                case 2: return nullptr;
+                default: return reinterpret_cast<void*>(in.ConsumeIntegral<uintptr_t>());
+            }
+        };
+        switch (in.ConsumeIntegralInRange(0, 4)) {
+            case 0:
+                if (live.size() < 8) live.push_back(ImageBufferCreate());
+                break;
+            case 1: {
+                void* h = pick();
+                const int w = in.ConsumeIntegralInRange(-2, 40), hgt = in.ConsumeIntegralInRange(-2, 40);
+                std::vector<uint8_t> px = in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange(0, 40 * 40 * 3));
+                const int claimed = in.ConsumeBool() ? static_cast<int>(px.size()) : in.ConsumeIntegralInRange(-5, 5000);
+                // The size never claims more bytes than the data holds.
+                ImageBufferAdd(h, in.ConsumeIntegralInRange(-1, 3), px.data(),
+                               std::min<int>(claimed, static_cast<int>(px.size())), w, hgt);
+                break;
+            }
+            case 2: {
+                int w = 0, hgt = 0;
+                const int want = in.ConsumeIntegralInRange(-5, static_cast<int>(scratch.size()));
+                ImageBufferGet(pick(), in.ConsumeIntegralInRange(-1, 3), scratch.data(), want, &w, &hgt);
+                break;
+            }
+            case 3: {
+                void* h = pick();
+                if (ImageBufferRelease(h) == 0) {
+                    live.erase(std::remove(live.begin(), live.end(), h), live.end());
+                    released.push_back(h);
+                }
+                break;
+            }
+            default: {
+                int w = 0, hgt = 0;
+                wchar_t result[64];
+                RecipeExecuteByBufferID(pick(), scratch.data(), static_cast<int>(scratch.size()), &w, &hgt, kRecipe,
+                                        nullptr, result, sizeof result);
+                break;
+            }
+        }
+    }
+    for (void* h : live) ImageBufferRelease(h);
+    return 0;
+}
