@@ -23,16 +23,18 @@ status=0
 for t in "${targets[@]}"; do
   corpus="fuzz/corpus/$t"
   work="build-fuzz/work/$t"
-  mkdir -p "$work" "$corpus"
+  artifacts="build-fuzz/artifacts/$t"
+  mkdir -p "$work" "$corpus" "$artifacts"
   log="build-fuzz/$t.log"
   # New inputs go to a scratch folder; the seeds in the repository stay as
   # they are.
   if ./build-fuzz/fuzz/"$t" "$work" "$corpus" -max_total_time="$seconds" -timeout=20 \
-       -rss_limit_mb=4096 -max_len=16384 -print_final_stats=1 >"$log" 2>&1; then
+       -rss_limit_mb=4096 -max_len=16384 -print_final_stats=1 \
+       -artifact_prefix="$artifacts/" >"$log" 2>&1; then
     runs=$(grep -m1 'stat::number_of_executed_units' "$log" | awk '{print $2}')
     echo "$t: ${runs:-?} executions in ${seconds}s ($(( ${runs:-0} / seconds ))/s), no finding"
   else
-    echo "$t: FINDING, see $log"
+    echo "$t: FINDING, see $log and $artifacts"
     grep -m5 -E 'ERROR|SUMMARY|runtime error' "$log" || true
     status=1
   fi
