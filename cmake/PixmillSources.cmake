@@ -15,6 +15,18 @@ set(PIXMILL_SOURCES
   Filters/SourceFilter.cpp
   Filters/LoggerPathFilter.cpp
   Filters/DrawCircleFilter.cpp
+  Filters/BinaryFilter.cpp
+  Filters/GrayScaleFilter.cpp
+  Filters/BlurFilter.cpp
+  Filters/GaussianBlurFilter.cpp
+  Filters/CannyEdgeFilter.cpp
+  Filters/MorphologyFilter.cpp
+  Filters/InvertFilter.cpp
+  Filters/CropFilter.cpp
+  Filters/ImageMaskFilter.cpp
+  Filters/ImageOverlapFilter.cpp
+  Filters/SideBySideFilter.cpp
+  Filters/HistogramFilter.cpp
   api/Startup.cpp
   api/FilterInfo.cpp
   api/Extensions.cpp
@@ -22,5 +34,16 @@ set(PIXMILL_SOURCES
   api/ImageBuffer.cpp
   api/Execute.cpp
   api/SmallExports.cpp
+  inspect/Inspection.cpp
+  inspect/pin/PinImage.cpp
+  inspect/pin/PinFind.cpp
+  inspect/pin/PinFindEX.cpp
+  inspect/pin/CrownPinFind.cpp
+  api/PinExports.cpp
+  enhance/Enhance.cpp
+  api/EnhanceExports.cpp
+  Filters/EnhanceFilter.cpp
+  Filters/EnhanceFilter_AutoScale.cpp
+  Filters/EnhanceOtsuFilter.cpp
 )
 list(TRANSFORM PIXMILL_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)

@@ -92,8 +92,27 @@ int main(void) {
         CHECK(ImageInvert(src, dst, 3, 1) == 0);
         CHECK(dst[0] == 255 && dst[1] == 155 && dst[2] == 0);
     }
+    {
+        uint8_t flat[4] = {9, 9, 9, 9}, out[4] = {0, 0, 0, 0};
+        CHECK(EnhanceImage(flat, out, 2, 2, 0, 4.0f, 1.0f) == 0 && out[0] == 128 && out[3] == 128);
+        CHECK(FuncTest(flat, out, 2, 2) == 0 && out[1] == 246);
+        CHECK(Enhance_Threshold_Otsu(flat, out, 2, 2, 1, 50) == 50 && out[2] == 0);
+        CHECK(Threshold_Triangle(flat, NULL, 2, 2) == -1);
+    }
     CHECK(Add(40, 2) == 42);
     CHECK(Gnuplot_splot() == 0);
+
+    /* Pin tip searches: the parameter checks answer before any file is read. */
+    {
+        PinFindResult r = VBcvPinFind(200, 200, 0, 1, 3, 40, 0.01, 2.0, 280.0, 0.0);
+        CHECK(r.Code == 12.0 && r.X == -1.0 && r.Y == -1.0);
+        r = VBcvPinFind_WRAP(202, 200, 0, 1, 40, 40, 0.01, 2.0, 280.0, 0.0, -1);
+        CHECK(r.Code == 11.0);
+        r = VBcvPinFindEX(200, 200, 0, 1, 40, 40, 0.01, 2.0, 280.0, 0.0, 0.5, -1);
+        CHECK(r.Code == 2.0); /* no camera image under the test root */
+        r = VBcvCrownPinFind(200, 200, 0, 1, 40, 40, 0.01, 2.0, 280.0, 0.0, 0.5, -1, 0, 0.5);
+        CHECK(r.Code == 12.0);
+    }
 
     if (g_failures == 0) printf("1 passed, 0 failed\n");
     return g_failures == 0 ? 0 : 1;

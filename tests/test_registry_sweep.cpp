@@ -19,6 +19,21 @@ const wchar_t* const kBuiltFilters[] = {
     L"SourceFilter",
     L"LoggerPathFilter",
     L"DrawCircleFilter",
+    L"EnhanceFilter",
+    L"EnhanceFilter_AutoScale",
+    L"EnhanceOtsuFilter",
+    L"ThresholdFilter",
+    L"GrayScaleFilter",
+    L"BlurFilter",
+    L"GaussianBlurFilter",
+    L"CannyEdgeFilter",
+    L"MorphologyFilter",
+    L"InvertFilter",
+    L"CropFilter",
+    L"ImageMaskFilter",
+    L"ImageOverlapFilter",
+    L"SideBySideFilter",
+    L"HistogramFilter",
 };
 
 class RegistrySweep : public PixmillTest, public ::testing::WithParamInterface<const wchar_t*> {};

@@ -40,7 +40,7 @@ cv::Mat DrawPads() {
 
 // The region the recipe crops: it holds the pads of rows 0 and 1, columns
 // 1 and 2, whole.
-const cv::Rect kCrop(180, 60, 320, 200);
+const cv::Rect kCrop(180, 60, 280, 200);
 
 std::wstring DemoRecipe() {
     auto crop = [](int v) { return std::to_wstring(v); };

@@ -243,7 +243,7 @@ std::vector<std::string> NearestNames(const std::string& name, const std::vector
         size_t d = EditDistance(wanted, candidate);
         // A name that contains what was typed is a good guess too.
         if (!wanted.empty() && candidate.find(wanted) != std::string::npos) d = std::min<size_t>(d, 1);
-        if (d <= std::max<size_t>(3, wanted.size() / 3)) scored.emplace_back(d, f.name);
+        if (d <= std::max<size_t>(2, wanted.size() / 4)) scored.emplace_back(d, f.name);
     }
     std::sort(scored.begin(), scored.end());
     std::vector<std::string> names;

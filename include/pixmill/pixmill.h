@@ -211,6 +211,180 @@ PIXMILL_API int ImageWrite(const uint8_t* data, int width, int height, const cha
  */
 PIXMILL_API int ImageInvert(const uint8_t* source, uint8_t* destination, int width, int height);
 
+/* ---- Enhancement ----------------------------------------------------------- */
+
+/*
+ * Pixel functions for one-channel 8-bit images. They need no start-up, write
+ * no log and keep nothing between calls, so they may run at the same time on
+ * different buffers.
+ *
+ * src     width*height bytes, rows from top to bottom, no row padding. Only
+ *         read. Owned by the caller.
+ * dst     width*height bytes that receive the result; a separate buffer
+ *         provided and owned by the caller. Nothing is allocated for it.
+ * Common outcomes: a negative width or height, or a NULL src or dst when the
+ * image has pixels, returns -1 and leaves dst untouched. A width or height
+ * of 0 reads and writes nothing (see each function for its return value).
+ * -1 is also returned if the work fails inside (out of memory).
+ */
+
+/*
+ * Sharpens with a second derivative of a Gaussian: flat areas come out at
+ * 128 (whatever their grey level), edges swing toward 0 and 255.
+ * direction  1 responds to changes along a row (vertical edges), 2 along a
+ *            column (horizontal edges), any other value (0 in recipes) both.
+ * sigma      width of the filter in pixels; values of 1.0 or less work as
+ *            1.0, values above 100 as 100. Kernels are 8*sigma taps long.
+ * scale      gain of the edge response; values of 0.1 or less work as 0.1,
+ *            values above 3276 as 3276.
+ * Returns 0 (also for an image without pixels), or -1 as above.
+ */
+PIXMILL_API int EnhanceImage(const uint8_t* src, uint8_t* dst, int width, int height, int direction,
+                             float sigma, float scale);
+
+/*
+ * Binarises with Otsu's threshold, searched on one side of mid-grey only.
+ * bright     non-zero: bright features. Otsu's level is searched among pixels
+ *            above 127, the threshold used is the larger of `threshold` and
+ *            that level, and dst is 255 where src is above it, else 0.
+ *            Zero: dark features. Pixels at or below 128 are searched, the
+ *            smaller of `threshold` and the level is used, and dst is 255
+ *            where src is at or below it.
+ * threshold  the caller's floor (bright) or ceiling (dark) for the level.
+ * Returns the threshold used. With no pixel on the searched side (and for an
+ * image without pixels) Otsu's level counts as 0, so bright returns
+ * max(threshold, 0) and dark min(threshold, 0). -1 as above.
+ */
+PIXMILL_API int Enhance_Threshold_Otsu(const uint8_t* src, uint8_t* dst, int width, int height,
+                                       int bright, int threshold);
+
+/*
+ * Binarises with a triangle threshold drawn toward the long tail of the
+ * histogram: dst is 255 where src is above it, else 0. dst is written upside
+ * down: its first row comes from the last row of src.
+ * Returns the threshold, from -1 to 256. Note that -1 is also a real result
+ * (an image whose pixels are all 1 gives -1 and an all-255 dst), so check the
+ * arguments rather than the return value. An image without pixels returns 2
+ * (the value of an empty histogram).
+ */
+PIXMILL_API int Threshold_Triangle(const uint8_t* src, uint8_t* dst, int width, int height);
+
+/*
+ * Writes the negative (255 - value) of src. Returns 0 (also for an image
+ * without pixels), or -1 as above.
+ */
+PIXMILL_API int FuncTest(const uint8_t* src, uint8_t* dst, int width, int height);
+
+/* ---- Pin tip search ------------------------------------------------------- */
+
+/*
+ * Finds one probe-card needle tip and tells how far it lies from the centre
+ * of the search area. The prober first writes the camera image (480 x 480;
+ * a colour file is read in gray) to
+ * "C:\PROBERPARAM\ParaImg\PinImage\PinRefimage.bmp" (under the root on
+ * Linux); the search area is the sx x sy rectangle in its middle.
+ *
+ * Result: X and Y, the tip centre's offset from the area centre in pixels
+ * (right and down positive), and Code, a whole number:
+ *   0   tip found.
+ *   2   input file missing or unreadable, or the search area does not fit
+ *       in the image.
+ *   3   too little edge: no edge at all, or Total Edge / Max Edge below
+ *       edgeRatioThreshold (Max Edge: the tip's area times 255).
+ *   4   no blob left after the clean-up.
+ *   5   the blob is smaller than the tip divided by sizeDivisor (radius of
+ *       its enclosing circle for a round tip, box width and height for a
+ *       rectangular one).
+ *   6   round tip: the enclosing radius is above maxCircleRadius.
+ *   7   the tip is cut by the border: move the stage by (X, Y) and call
+ *       again.
+ *   8   round search area: no window corner lies inside it.
+ *   10  the tip touches the border of the area (tested only when the area
+ *       is at least 46 pixels larger than the tip); X, Y as found.
+ *   11  sx or sy is not a multiple of 4.
+ *   12  tx or ty is below 4 (crown search: also Alpha or Beta out of range,
+ *       or a tip not smaller than the area). Code 12 is tested before 11.
+ *   13  verified searches only: another structure stands out like the tip.
+ * X and Y are -1 for every code other than 0, 7 and 10.
+ *
+ * Arguments shared by all four:
+ *   sx, sy              search area, pixels; multiples of 4, at most 480.
+ *   sType               tip shape: 0 circle, 1 rectangle.
+ *   aType               search area shape: 0 circle (diameter sx), 1 rectangle.
+ *   tx, ty              expected tip width and height, pixels, at least 4.
+ *   edgeRatioThreshold  least Total Edge / Max Edge; the prober passes 0.01.
+ *   sizeDivisor         how many times smaller than the tip the blob may be.
+ *   maxCircleRadius     largest enclosing radius of a round tip; prober: 280.
+ *   reserved            not read.
+ *
+ * Files written on every call that gets past the file check, overwritten
+ * each time, in "C:\PROBERPARAM\ParaImg\PinImage\": pinEdge.jpg (cleaned
+ * edge image), pinECircle.jpg and pinBox.jpg (the blob's circle and box),
+ * pinResult.jpg (the area with the tip marked), pinDebug.jpg (measures and
+ * verdict as text), and for the verified searches PinEdgeGraph.jpg
+ * (profiles, guard bands and score map). On codes 3, 4, 5, 6, 8 and 13, and
+ * on 7 and 10 while the save mode is -1 or 3, two failure images go to
+ * "D:\proberfiles\PinImage\": O_yyMMdd_HHmmss.jpg (the input as read) and
+ * P_yyMMdd_HHmmss.jpg (the edge image), named by local time.
+ *
+ * Progress and failure lines ("[VBcvPinFind] Start \n", "[VBcvPinFind]
+ * Fail : File Error\n", ...) go to the trace sink (PixmillSetTraceSink).
+ * The save mode and the fixed files are shared by the whole process: call
+ * one pin search at a time.
+ */
+typedef struct PinFindResult {
+    double X;
+    double Y;
+    double Code;
+} PinFindResult;
+
+/*
+ * Tries tip sizes tx, tx + 4, ... up to tx + 60 (while they fit in the
+ * area) and keeps the one whose ring lies best on edge pixels, so the tip
+ * may be found at a larger size than tx, ty.
+ */
+PIXMILL_API PinFindResult VBcvPinFind(int sx, int sy, int sType, int aType, int tx, int ty,
+                                      double edgeRatioThreshold, double sizeDivisor,
+                                      double maxCircleRadius, double reserved);
+
+/*
+ * VBcvPinFind after setting the save mode to saveMode. The mode stays for
+ * all later pin searches until set again: -1 (the start value) and 3 keep
+ * the failure images of codes 7 and 10, any other value leaves them out.
+ */
+PIXMILL_API PinFindResult VBcvPinFind_WRAP(int sx, int sy, int sType, int aType, int tx, int ty,
+                                           double edgeRatioThreshold, double sizeDivisor,
+                                           double maxCircleRadius, double reserved, int saveMode);
+
+/*
+ * Scans once at tx, ty (no other size) and then refuses the answer with
+ * code 13 when a rival stands out away from the tip, more than 30 pixels
+ * beyond it: a window of the edge profile through the tip's rows or columns
+ * whose sum reaches verifyFactor times the tip's own, or a window position
+ * outside both bands scoring at least verifyFactor times the peak. A
+ * verifyFactor of 0 makes every such window a rival; above 1 only a
+ * stronger structure is. saveMode is stored first, as for VBcvPinFind_WRAP.
+ */
+PIXMILL_API PinFindResult VBcvPinFindEX(int sx, int sy, int sType, int aType, int tx, int ty,
+                                        double edgeRatioThreshold, double sizeDivisor,
+                                        double maxCircleRadius, double reserved,
+                                        double verifyFactor, int saveMode);
+
+/*
+ * VBcvPinFindEX for crown tips. The guard band is Alpha pixels (1 to 239)
+ * on each side of the tip, and any single row or column outside it whose
+ * profile reaches Beta (above 0, below 1) times the tip's mean profile
+ * level is a rival (code 13). Window positions are judged as in
+ * VBcvPinFindEX with verifyFactor, outside the Alpha band. Checked before
+ * the file is read, in this order: Alpha and Beta (12), tx >= sx or
+ * ty >= sy (12), then the checks of VBcvPinFind.
+ */
+PIXMILL_API PinFindResult VBcvCrownPinFind(int sx, int sy, int sType, int aType, int tx, int ty,
+                                           double edgeRatioThreshold, double sizeDivisor,
+                                           double maxCircleRadius, double reserved,
+                                           double verifyFactor, int saveMode, int Alpha,
+                                           double Beta);
+
 /* ---- Small exports -------------------------------------------------------- */
 
 /* Returns a + b. */
