@@ -1,0 +1,81 @@
+// The pin tip searches on arbitrary image files at their fixed input path
+// and arbitrary arguments. Every call must come back with a result record.
+#include <cmath>
+#include <limits>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "inspect/Inspection.h"
+#include "inspect/pin/PinFind.h"
+#include "pixmill/pixmill.h"
+#include "platform/Platform.h"
+
+namespace {
+
+double AnyDouble(FuzzedDataProvider& in) {
+    switch (in.ConsumeIntegralInRange(0, 7)) {
+        case 0: return std::numeric_limits<double>::quiet_NaN();
+        case 1: return std::numeric_limits<double>::infinity();
+        case 2: return -1.0;
+        case 3: return 0.0;
+        default: return in.ConsumeFloatingPointInRange(-4.0, 400.0);
+    }
+}
+
+int AnySize(FuzzedDataProvider& in, int low, int high) {
+    if (in.ConsumeIntegralInRange(0, 15) == 0) return in.ConsumeBool() ? std::numeric_limits<int>::max() : std::numeric_limits<int>::min();
+    return in.ConsumeIntegralInRange(low, high);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    pixmill::fuzz::SetUpOnce();
+    pixmill::inspect::SetSavePauses(false);
+    static const std::string input = [] {
+        std::string native = pixmill::platform::NativePath(std::wstring(pixmill::inspect::pin::kPinInputImage));
+        pixmill::platform::CreateParentDirectories(native);
+        return native;
+    }();
+    FuzzedDataProvider in(data, size);
+
+    // The file: a drawn tip on noise, raw pixels, or bytes that may not be
+    // an image at all.
+    const int mode = in.ConsumeIntegralInRange(0, 2);
+    if (mode == 2) {
+        pixmill::platform::WriteWholeFile(input, in.ConsumeRandomLengthString(2048));
+    } else {
+        const int w = in.ConsumeIntegralInRange(1, 160), h = in.ConsumeIntegralInRange(1, 160);
+        cv::Mat image(h, w, CV_8UC1, cv::Scalar(in.ConsumeIntegral<uint8_t>()));
+        if (mode == 0) {
+            cv::circle(image, {in.ConsumeIntegralInRange(0, w), in.ConsumeIntegralInRange(0, h)},
+                       in.ConsumeIntegralInRange(1, 40), cv::Scalar(in.ConsumeIntegral<uint8_t>()), cv::FILLED);
+        } else {
+            std::vector<uint8_t> px = in.ConsumeBytes<uint8_t>(image.total());
+            std::copy(px.begin(), px.end(), image.data);
+        }
+        cv::imwrite(input, image);
+    }
+
+    const int sx = AnySize(in, -8, 200), sy = AnySize(in, -8, 200);
+    const int sType = in.ConsumeIntegralInRange(-1, 2), aType = in.ConsumeIntegralInRange(-1, 2);
+    const int tx = AnySize(in, -4, 120), ty = AnySize(in, -4, 120);
+    const double ratio = AnyDouble(in), divisor = AnyDouble(in), radius = AnyDouble(in), reserved = AnyDouble(in);
+    const double verify = AnyDouble(in);
+    const int saveMode = in.ConsumeIntegralInRange(-2, 4);
+    PinFindResult r{};
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+        case 0: r = VBcvPinFind(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved); break;
+        case 1: r = VBcvPinFind_WRAP(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved, saveMode); break;
+        case 2: r = VBcvPinFindEX(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved, verify, saveMode); break;
+        default:
+            r = VBcvCrownPinFind(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved, verify, saveMode,
+                                 in.ConsumeIntegralInRange(-5, 300), AnyDouble(in));
+            break;
+    }
+    // A code is always a whole number.
+    if (!(r.Code == std::floor(r.Code))) __builtin_trap();
+    return 0;
+}
