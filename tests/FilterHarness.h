@@ -22,11 +22,21 @@ inline std::wstring Num(int v) {
     return std::to_wstring(v);
 }
 
+// A JSON string's content for `text`.
+inline std::wstring Quoted(const std::wstring& text) {
+    std::wstring q;
+    for (wchar_t c : text) {
+        if (c == L'"' || c == L'\\') q += L'\\';
+        q += c;
+    }
+    return q;
+}
+
 inline std::wstring ParamsJson(const ParamList& params) {
     std::wstring text;
     for (const auto& [key, value] : params)
-        text += (text.empty() ? L"{\"Key\":\"" : L",{\"Key\":\"") + key + L"\",\"Value\":\"" +
-                value + L"\"}";
+        text += (text.empty() ? L"{\"Key\":\"" : L",{\"Key\":\"") + Quoted(key) +
+                L"\",\"Value\":\"" + Quoted(value) + L"\"}";
     return L"[" + text + L"]";
 }
 

@@ -2,14 +2,17 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "framework/Filter.h"
+#include "framework/FilterRegistry.h"
 
 namespace pixmill::test {
 
 // Passes its input through, after adding `Offset` to every pixel, and counts
-// how often its work ran. Declares the customary pins and one parameter of
-// each kind.
+// how often its work ran. Its result fragment is the text of its "Result"
+// parameter, or the count when that is empty.
 class CCountingFilter : public CFilter {
 public:
     static inline int s_alive = 0;
@@ -19,8 +22,7 @@ public:
         AddPin(L"In", 1, false);
         AddPin(L"Out", -1, true);
         AddParam(new sorvik::Param<int>(L"Offset", 0, -255, 255, 1));
-        AddParam(new sorvik::Param<bool>(L"Invert"));
-        AddParam(new sorvik::Param<std::wstring>(L"Label"));
+        AddParam(new sorvik::Param<std::wstring>(L"Result"));
     }
     ~CCountingFilter() override { --s_alive; }
 
@@ -37,13 +39,12 @@ public:
         for (cv::Mat& m : results) out.push_back(&m);
         for (IPin* pin : pins)
             if (pin->IsOutput()) pin->SetImage(out);
-        m_result = L"{\"Calls\":" + std::to_wstring(procCalls) + L"}";
+        m_result = ParamValue<std::wstring>(params, L"Result", L"");
+        if (m_result.empty()) m_result = L"{\"Calls\":" + std::to_wstring(procCalls) + L"}";
     }
     void Trace() override {}
 
     int procCalls = 0;
-    using CFilter::m_masterImages;
-    using CFilter::m_paramChanged;
 };
 
 // A source of master images: hands every master image to its output.
@@ -91,27 +92,32 @@ public:
     }
 };
 
-// Passes its inputs through and reports the text of its "Result" parameter
-// as its result fragment, so a test chooses what the result document shows.
-class CResultFilter : public CFilter {
+// Registers the filters above under test names for the life of a fixture;
+// tests add types of their own with Add.
+class ScopedTestTypes {
 public:
-    static inline int s_alive = 0;
-
-    CResultFilter() {
-        ++s_alive;
-        AddPin(L"In", 1, false);
-        AddPin(L"Out", -1, true);
-        AddParam(new sorvik::Param<std::wstring>(L"Result"));
+    ScopedTestTypes() {
+        Add<CMasterSourceFilter>(L"TestSource");
+        Add<CCountingFilter>(L"TestResult");
+        Add<CCountingFilter>(L"TestCounting");
+        Add<CPassFilter>(L"TestPass");
+        Add(L"TestThrowingInt",
+            [] { return static_cast<IBaseObject*>(new CThrowingFilter(false)); });
     }
-    ~CResultFilter() override { --s_alive; }
-
-    void Proc(std::vector<IPin*> pins, std::vector<IParam*> params) override {
-        ++procCalls;
-        CFilter::Proc(pins, params);
-        m_result = ParamValue<std::wstring>(params, L"Result", L"");
+    ~ScopedTestTypes() {
+        for (const std::wstring& name : m_names) FilterRegistry::Instance().Unregister(name);
     }
-    void Trace() override {}
-    int procCalls = 0;
+    void Add(const wchar_t* name, FilterRegistry::Factory factory) {
+        FilterRegistry::Instance().Register(name, std::move(factory));
+        m_names.push_back(name);
+    }
+    template <class T>
+    void Add(const wchar_t* name) {
+        Add(name, [] { return static_cast<IBaseObject*>(new T()); });
+    }
+
+private:
+    std::vector<std::wstring> m_names;
 };
 
 }  // namespace pixmill::test

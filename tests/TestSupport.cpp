@@ -1,8 +1,10 @@
 #include "TestSupport.h"
 
+#include <stdlib.h>
+
 #include <fstream>
-#include <random>
 #include <sstream>
+#include <stdexcept>
 
 #include "api/Startup.h"
 #include "logging/Logger.h"
@@ -13,32 +15,28 @@ namespace fs = std::filesystem;
 
 namespace pixmill::test {
 
-int64_t PinnedNowMillis() {
-    // Computed through mktime so the pinned instant is that local time in
-    // whatever zone the machine runs.
+int64_t LocalMillis(int year, int month, int day, int hour, int minute, int second) {
+    // Through mktime, so the instant is that local time in whatever zone the
+    // machine runs.
     std::tm t{};
-    t.tm_year = 2026 - 1900;
-    t.tm_mon = 10;
-    t.tm_mday = 21;
-    t.tm_hour = 10;
-    t.tm_min = 30;
-    t.tm_sec = 15;
+    t.tm_year = year - 1900;
+    t.tm_mon = month - 1;
+    t.tm_mday = day;
+    t.tm_hour = hour;
+    t.tm_min = minute;
+    t.tm_sec = second;
     t.tm_isdst = -1;
-    return static_cast<int64_t>(std::mktime(&t)) * 1000 + 250;
+    return static_cast<int64_t>(std::mktime(&t)) * 1000;
+}
+
+int64_t PinnedNowMillis() {
+    return LocalMillis(2026, 11, 21, 10, 30, 15) + 250;
 }
 
 TempRoot::TempRoot() {
-    std::random_device rd;
-    std::mt19937_64 gen(rd());
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        fs::path candidate = fs::temp_directory_path() / ("pixmill-test-" + std::to_string(gen()));
-        std::error_code ec;
-        if (fs::create_directory(candidate, ec)) {
-            m_path = candidate;
-            break;
-        }
-    }
-    if (m_path.empty()) throw std::runtime_error("cannot create a temporary root");
+    std::string name = (fs::temp_directory_path() / "pixmill-test-XXXXXX").string();
+    if (!::mkdtemp(name.data())) throw std::runtime_error("cannot create a temporary root");
+    m_path = name;
     platform::SetRoot(m_path.string());
 }
 

@@ -11,7 +11,9 @@
 
 namespace pixmill::test {
 
-// 2026-11-21 10:30:15.250 local time is what most tests see as "now".
+// A local time in milliseconds since 1970; 2026-11-21 10:30:15.250 is what
+// most tests see as "now".
+int64_t LocalMillis(int year, int month, int day, int hour, int minute, int second);
 int64_t PinnedNowMillis();
 
 class TempRoot {

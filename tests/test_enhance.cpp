@@ -1,18 +1,25 @@
 // The enhancement core: kernel taps against their formulas, the enhancement
 // against a brute-force convolution, the restricted Otsu level against an
 // exhaustive search, the refined triangle threshold on histograms worked out
-// by hand, and the exports' outcomes for bad input.
+// by hand, the exports' outcomes for bad input, and the three enhancement
+// filters inside recipes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 #include <tuple>
 #include <vector>
 
+#include "FilterHarness.h"
+#include "TestSupport.h"
 #include "enhance/Enhance.h"
 #include "pixmill/pixmill.h"
+#include "platform/Platform.h"
 
 namespace pixmill::test {
 namespace {
@@ -51,10 +58,6 @@ cv::Mat1b RandomImage(int rows, int cols, int low, int high, uint64_t seed) {
     return m;
 }
 
-bool Same(const cv::Mat& a, const cv::Mat& b) {
-    return a.size() == b.size() && cv::norm(a, b, cv::NORM_INF) == 0;
-}
-
 // ---- Kernels ---------------------------------------------------------------
 
 struct KernelCase {
@@ -70,25 +73,14 @@ TEST_P(KernelTaps, FollowFormulasReversedAndSumToZero) {
     const KernelCase c = GetParam();
     EnhanceKernel g, d;
     BuildEnhanceKernels(c.sigma, c.scale, &g, &d);
-    ASSERT_EQ(g.size, c.nG);
-    ASSERT_EQ(d.size, c.nD);
-    ASSERT_EQ(g.data.size(), static_cast<size_t>(c.nG));
-    ASSERT_EQ(d.data.size(), static_cast<size_t>(c.nD));
-
+    EXPECT_EQ(std::pair(g.size, d.size), std::pair(c.nG, c.nD));
     const Taps t = FormulaTaps(c.s, c.gain);
     EXPECT_EQ(t.rawDerivativeSum != 0, c.corrected);
-    double smoothSum = 0, derivativeSum = 0;
-    for (int i = 0; i < c.nG; ++i) {
-        EXPECT_EQ(g.data[i], t.smooth[c.nG - 1 - i]) << "smooth " << i;
-        smoothSum += t.smooth[i];
-    }
-    for (int i = 0; i < c.nD; ++i) {
-        EXPECT_EQ(d.data[i], t.derivative[c.nD - 1 - i]) << "derivative " << i;
-        derivativeSum += d.data[i];
-    }
-    EXPECT_EQ(g.divisor, static_cast<int>(smoothSum));
+    EXPECT_EQ(g.data, std::vector<float>(t.smooth.rbegin(), t.smooth.rend()));
+    EXPECT_EQ(d.data, std::vector<float>(t.derivative.rbegin(), t.derivative.rend()));
+    EXPECT_EQ(g.divisor, static_cast<int>(std::accumulate(t.smooth.begin(), t.smooth.end(), 0.0)));
     EXPECT_EQ(d.divisor, 32);
-    EXPECT_EQ(derivativeSum, 0.0);
+    EXPECT_EQ(std::accumulate(d.data.begin(), d.data.end(), 0.0), 0.0);
 }
 
 const double kInf = std::numeric_limits<double>::infinity();
@@ -177,10 +169,11 @@ TEST(EnhanceImage, ArgumentsOutsideTheirRangeActAsTheLimits) {
     const float inf = std::numeric_limits<float>::infinity();
     const cv::Mat1b atOne = run(1.0f, 1.0f), atFloor = run(2.0f, 0.1f);
     for (float sigma : {0.5f, 0.0f, -3.0f, nan})
-        EXPECT_TRUE(Same(run(sigma, 1.0f), atOne)) << sigma;
-    for (float scale : {0.0f, -1.0f, nan}) EXPECT_TRUE(Same(run(2.0f, scale), atFloor)) << scale;
-    EXPECT_FALSE(Same(atOne, run(1.5f, 1.0f)));  // the comparisons above can fail
-    EXPECT_TRUE(Same(run(inf, inf), run(100.0f, 3276.0f)));
+        EXPECT_TRUE(SameImage(run(sigma, 1.0f), atOne)) << sigma;
+    for (float scale : {0.0f, -1.0f, nan})
+        EXPECT_TRUE(SameImage(run(2.0f, scale), atFloor)) << scale;
+    EXPECT_FALSE(SameImage(atOne, run(1.5f, 1.0f)));  // the comparisons above can fail
+    EXPECT_TRUE(SameImage(run(inf, inf), run(100.0f, 3276.0f)));
 }
 
 // ---- Thresholds ------------------------------------------------------------
@@ -224,7 +217,8 @@ TEST(EnhanceThresholdOtsu, CallerThresholdIsFloorForBrightAndCeilingForDark) {
                                                threshold),
                       expected);
             const cv::Mat expectedImage = bright ? image > expected : image <= expected;
-            EXPECT_TRUE(Same(dst, expectedImage)) << "bright " << bright << " at " << threshold;
+            EXPECT_TRUE(SameImage(dst, expectedImage))
+                << "bright " << bright << " at " << threshold;
         }
     }
 }
@@ -232,20 +226,16 @@ TEST(EnhanceThresholdOtsu, CallerThresholdIsFloorForBrightAndCeilingForDark) {
 // Two-level images (left half, right half): which levels each side
 // searches, and an empty side, where Otsu's level counts as 0.
 TEST(EnhanceThresholdOtsu, SearchedSidesAndEmptySides) {
-    struct Case {
-        int left, right;
-        bool bright;
-        int threshold, expected;
-    };
-    for (const Case& c : {Case{50, 50, true, 90, 90}, Case{50, 50, true, -5, 0},
-                          Case{127, 250, true, 0, 0}, Case{128, 250, true, 0, 128},
-                          Case{10, 128, false, 255, 10}, Case{10, 129, false, 255, 0}}) {
-        cv::Mat1b image(6, 8, static_cast<uint8_t>(c.left)), dst(6, 8, 7);
-        image.colRange(4, 8).setTo(c.right);
-        EXPECT_EQ(::Enhance_Threshold_Otsu(image.data, dst.data, 8, 6, c.bright, c.threshold),
-                  c.expected)
-            << c.left << "/" << c.right;
-        EXPECT_TRUE(Same(dst, c.bright ? image > c.expected : image <= c.expected));
+    // Left, right, bright, the caller's threshold, the level.
+    const std::array<int, 5> cases[] = {{50, 50, 1, 90, 90},   {50, 50, 1, -5, 0},
+                                        {127, 250, 1, 0, 0},   {128, 250, 1, 0, 128},
+                                        {10, 128, 0, 255, 10}, {10, 129, 0, 255, 0}};
+    for (const auto& [left, right, bright, threshold, expected] : cases) {
+        cv::Mat1b image(6, 8, static_cast<uint8_t>(left)), dst(6, 8, 7);
+        image.colRange(4, 8).setTo(right);
+        EXPECT_EQ(::Enhance_Threshold_Otsu(image.data, dst.data, 8, 6, bright, threshold), expected)
+            << left << "/" << right;
+        EXPECT_TRUE(SameImage(dst, bright ? image > expected : image <= expected));
     }
     EXPECT_EQ(MaskedOtsuThreshold(cv::Mat1b(4, 4, 9), cv::Mat1b(4, 4, uint8_t{0})),
               0.0);  // no pixel
@@ -275,7 +265,7 @@ TEST_P(TriangleThreshold, RefinesTheClassicLevelAndFlipsTheImage) {
     EXPECT_EQ(::Threshold_Triangle(src.data, dst.data, 1, src.rows), c.expected);
     cv::threshold(src, expected, c.expected, 255, cv::THRESH_BINARY);
     cv::flip(expected, expected, 0);
-    EXPECT_TRUE(Same(dst, expected));
+    EXPECT_TRUE(SameImage(dst, expected));
 }
 
 INSTANTIATE_TEST_SUITE_P(Histograms, TriangleThreshold,
@@ -296,48 +286,108 @@ INSTANTIATE_TEST_SUITE_P(Histograms, TriangleThreshold,
 
 // ---- Exports ---------------------------------------------------------------
 
-int EnhanceBoth(const uint8_t* s, uint8_t* d, int w, int h) {
-    return ::EnhanceImage(s, d, w, h, 0, 4, 1);
-}
-int OtsuBright(const uint8_t* s, uint8_t* d, int w, int h) {
-    return ::Enhance_Threshold_Otsu(s, d, w, h, 1, 90);
-}
-int OtsuDark(const uint8_t* s, uint8_t* d, int w, int h) {
-    return ::Enhance_Threshold_Otsu(s, d, w, h, 0, 90);
-}
-
-struct ExportCase {
-    const char* name;
-    int (*call)(const uint8_t*, uint8_t*, int, int);
-    int withoutPixels;  // the documented return for a width or height of 0
-};
-
-class EnhanceExports : public ::testing::TestWithParam<ExportCase> {};
-
-TEST_P(EnhanceExports, BadInputReturnsWithoutTouchingDestination) {
-    const ExportCase& c = GetParam();
+// Negative sizes and null pointers give -1; a width or height of 0 gives
+// each export's own answer; neither touches the destination.
+TEST(EnhanceExports, BadInputReturnsWithoutTouchingDestination) {
+    using Export = std::function<int(const uint8_t*, uint8_t*, int, int)>;
+    const std::pair<Export, int> exports[] = {
+        {[](auto s, auto d, int w, int h) { return ::EnhanceImage(s, d, w, h, 0, 4, 1); }, 0},
+        {[](auto s, auto d, int w, int h) { return ::Enhance_Threshold_Otsu(s, d, w, h, 1, 90); },
+         90},
+        {[](auto s, auto d, int w, int h) { return ::Enhance_Threshold_Otsu(s, d, w, h, 0, 90); },
+         0},
+        {::Threshold_Triangle, 2},
+        {::FuncTest, 0}};
     const cv::Mat1b src = RandomImage(4, 4, 0, 255, 5);
     cv::Mat1b dst(4, 4, 7);
-    for (auto [w, h] : std::vector<std::pair<int, int>>{{-1, 4}, {4, -1}, {-5, 0}})
-        EXPECT_EQ(c.call(src.data, dst.data, w, h), -1);
-    EXPECT_EQ(c.call(nullptr, dst.data, 4, 4), -1);
-    EXPECT_EQ(c.call(src.data, nullptr, 4, 4), -1);
-    for (auto [w, h] : std::vector<std::pair<int, int>>{{0, 4}, {4, 0}, {0, 0}}) {
-        EXPECT_EQ(c.call(nullptr, nullptr, w, h), c.withoutPixels);
-        EXPECT_EQ(c.call(src.data, dst.data, w, h), c.withoutPixels);
+    for (const auto& [call, withoutPixels] : exports) {
+        for (auto [w, h] : {std::pair{-1, 4}, {4, -1}, {-5, 0}})
+            EXPECT_EQ(call(src.data, dst.data, w, h), -1);
+        EXPECT_EQ(call(nullptr, dst.data, 4, 4), -1);
+        EXPECT_EQ(call(src.data, nullptr, 4, 4), -1);
+        for (auto [w, h] : {std::pair{0, 4}, {4, 0}, {0, 0}}) {
+            EXPECT_EQ(call(nullptr, nullptr, w, h), withoutPixels);
+            EXPECT_EQ(call(src.data, dst.data, w, h), withoutPixels);
+        }
     }
     EXPECT_EQ(cv::countNonZero(dst != 7), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EnhanceExports,
-                         ::testing::Values(ExportCase{"EnhanceImage", EnhanceBoth, 0},
-                                           ExportCase{"OtsuBright", OtsuBright, 90},
-                                           ExportCase{"OtsuDark", OtsuDark, 0},
-                                           ExportCase{"ThresholdTriangle", ::Threshold_Triangle, 2},
-                                           ExportCase{"FuncTest", ::FuncTest, 0}),
-                         [](const ::testing::TestParamInfo<ExportCase>& info) {
-                             return info.param.name;
-                         });
+// ---- The filters inside real recipes ----------------------------------------
+// A SourceFilter feeds two images to each; both outputs and the result text
+// (which reports the last image) are checked against the core run directly.
+
+// A pad-like scene: a gradient with a wide bright rectangle and a dark disc,
+// so that the two directions and both sides of mid-grey differ.
+cv::Mat Scene(int shift) {
+    cv::Mat1b m(48, 64);
+    for (int r = 0; r < m.rows; ++r)
+        for (int c = 0; c < m.cols; ++c) m(r, c) = static_cast<uint8_t>(110 + c + r / 2 + shift);
+    cv::rectangle(m, cv::Rect(6, 8, 30, 12), cv::Scalar(230), -1);
+    cv::circle(m, cv::Point(46, 32), 9, cv::Scalar(30 + shift), -1);
+    return m;
+}
+
+// What the core gives for each image: the enhancement with `sigma` and
+// `scale` (when sigma is 0, the image is not checked), or the Otsu threshold
+// when `otsu`; and the result text, which the Otsu filter fills with its level.
+struct FilterCase {
+    const char* name;
+    const wchar_t* type;
+    ParamList params;
+    std::wstring reported;
+    int direction = 0;
+    float sigma = 0, scale = 0;
+    bool otsu = false, bright = false;
+    int absolute = 0;
+};
+
+class EnhanceFilters : public PixmillTest, public ::testing::WithParamInterface<FilterCase> {};
+
+TEST_P(EnhanceFilters, RunInARecipe) {
+    const FilterCase& c = GetParam();
+    cv::Mat images[] = {Scene(0), Scene(12)};
+    std::vector<cv::Mat> out;
+    const std::wstring result =
+        RunRecipe({Source(L"s", 1), Node(L"e", c.type, true, c.params, {{1, L"s"}})},
+                  {{&images[0], 1}, {&images[1], 1}}, out);
+    ASSERT_EQ(out.size(), 2u);
+    std::wstring reported = c.reported;
+    for (int i = 0; i < 2; ++i) {
+        const cv::Mat& in = images[i];
+        cv::Mat expected(in.size(), CV_8UC1);
+        if (c.otsu)
+            reported = L"{\"threshold\":" +
+                       std::to_wstring(Enhance_Threshold_Otsu(in.data, expected.data, in.cols,
+                                                              in.rows, c.bright, c.absolute)) +
+                       L"}";
+        else
+            EnhanceImage(in.data, expected.data, in.cols, in.rows, c.direction, c.sigma, c.scale);
+        EXPECT_EQ(out[i].size(), in.size());
+        EXPECT_TRUE((!c.otsu && c.sigma == 0) || SameImage(out[i], expected)) << i;
+    }
+    EXPECT_NE(result.find(L"\"Key\":\"e\",\"Result\":" + reported + L"}"), std::wstring::npos)
+        << platform::ToUtf8(result);
+}
+
+// The auto-scaled gain is known exactly only on its floor, 0.15.
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Recipes, EnhanceFilters, ::testing::Values(
+    FilterCase{"EnhanceDefaults", L"EnhanceFilter", {}, L"\"\"", 0, 4.0f, 1.0f},
+    FilterCase{"EnhanceRows", L"EnhanceFilter",
+               {{L"Diretion", L"1"}, {L"Sigma", L"2.5"}, {L"Scale", L"1.5"}}, L"\"\"", 1, 2.5f, 1.5f},
+    FilterCase{"AutoScaleDefaults", L"EnhanceFilter_AutoScale", {}, L"{\"fScale\":1.34}"},
+    FilterCase{"AutoScaleSigma14_4", L"EnhanceFilter_AutoScale", {{L"Sigma", L"14.4"}},
+               L"{\"fScale\":0.15}"},
+    FilterCase{"AutoScaleFloor", L"EnhanceFilter_AutoScale", {{L"Sigma", L"20"}, {L"Diretion", L"2"}},
+               L"{\"fScale\":0.15}", 2, 20, 0.15f},
+    FilterCase{"AutoScaleNotANumber", L"EnhanceFilter_AutoScale", {{L"Sigma", L"nan"}},
+               L"{\"fScale\":0.15}"},
+    FilterCase{"OtsuDefaults", L"EnhanceOtsuFilter", {}, L"", 0, 0, 0, true, false, 128},
+    FilterCase{"OtsuBright", L"EnhanceOtsuFilter", {{L"W/B", L"true"}, {L"ABSolute", L"0"}}, L"",
+               0, 0, 0, true, true, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
 
 }  // namespace
 }  // namespace pixmill::test

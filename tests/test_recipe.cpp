@@ -1,10 +1,11 @@
 // Recipes: loading and linking, running end points, parameter overrides,
-// the result document, and the single-filter path.
+// the result document, the single-filter path, and recipe files.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
-#include <sstream>
 
+#include "FilterHarness.h"
 #include "TestFilters.h"
 #include "TestSupport.h"
 #include "framework/FilterRegistry.h"
@@ -13,19 +14,6 @@
 
 namespace pixmill::test {
 namespace {
-
-const wchar_t* const kTestTypes[] = {L"TestSource", L"TestResult",      L"TestCounting",
-                                     L"TestPass",   L"TestThrowingInt", L"TestZeroPin"};
-
-// A JSON string's content for `text`.
-std::wstring Quoted(const std::wstring& text) {
-    std::wstring q;
-    for (wchar_t c : text) {
-        if (c == L'"' || c == L'\\') q += L'\\';
-        q += c;
-    }
-    return q;
-}
 
 // A node of type TestResult (or `type`) with an input pin linked to
 // `upstream`'s output when given, and the "Result" parameter set.
@@ -69,50 +57,9 @@ struct Outputs {
     }
 };
 
-// Message texts of the log file, one per line, without time and level.
-std::vector<std::string> LogMessages(const std::string& log) {
-    std::vector<std::string> lines;
-    std::istringstream in(log);
-    for (std::string line; std::getline(in, line);) {
-        size_t at = line.find("] ");
-        if (at != std::string::npos) lines.push_back(line.substr(at + 2));
-    }
-    return lines;
-}
-
-bool HasAdjacent(const std::vector<std::string>& lines, const std::string& a,
-                 const std::string& b) {
-    for (size_t i = 0; i + 1 < lines.size(); ++i)
-        if (lines[i] == a && lines[i + 1] == b) return true;
-    return false;
-}
-
-// Has an input pin with key 0, the key that no link may use.
-class CZeroPinFilter : public CFilter {
-public:
-    CZeroPinFilter() { AddPin(L"In", 0, false); }
-};
-
 class RecipeTest : public PixmillTest {
 protected:
-    void SetUp() override {
-        PixmillTest::SetUp();
-        auto& r = FilterRegistry::Instance();
-        r.Register(L"TestSource",
-                   [] { return static_cast<IBaseObject*>(new CMasterSourceFilter()); });
-        r.Register(L"TestResult", [] { return static_cast<IBaseObject*>(new CResultFilter()); });
-        r.Register(L"TestCounting",
-                   [] { return static_cast<IBaseObject*>(new CCountingFilter()); });
-        r.Register(L"TestPass", [] { return static_cast<IBaseObject*>(new CPassFilter()); });
-        r.Register(L"TestZeroPin", [] { return static_cast<IBaseObject*>(new CZeroPinFilter()); });
-        r.Register(L"TestThrowingInt",
-                   [] { return static_cast<IBaseObject*>(new CThrowingFilter(false)); });
-        img = cv::Mat(2, 2, CV_8UC1, cv::Scalar(7));
-        masters = {{&img, 1}};
-    }
     void TearDown() override {
-        for (const wchar_t* t : kTestTypes) FilterRegistry::Instance().Unregister(t);
-        EXPECT_EQ(CResultFilter::s_alive, 0) << "a filter outlived its recipe";
         EXPECT_EQ(CCountingFilter::s_alive, 0) << "a filter outlived its recipe";
         PixmillTest::TearDown();
     }
@@ -124,14 +71,14 @@ protected:
         return result;
     }
 
-    cv::Mat img;
-    std::vector<MasterImage> masters;
+    ScopedTestTypes types;
+    cv::Mat img = cv::Mat(2, 2, CV_8UC1, cv::Scalar(7));
+    std::vector<MasterImage> masters{{&img, 1}};
     Outputs out;
 };
 
 // The library's focus recipe, its two types played by test filters.
 TEST_F(RecipeTest, WorkedExampleLinksForwardAndListsEndPointFirst) {
-    EnableFileLog(1);
     const wchar_t* text =
         LR"({"Name":"recipe XX","Comment":"2023-10-31","Filters":[{"Name":"MultiPeakFocusMeasureFilter","Key":"c892439f7e6ccf1a","Type":"TestResult","Enable":true,"IsEndPoint":true,"Params":[{"Key":"Thresh Mode","Value":"0"},{"Key":"Image Result","Value":"false"}],"Pins":[{"Type":"IN","Name":"In","Link":{"FilterKey":"11c7add8e4da15db","PinKey":-1},"Key":1},{"Type":"OUT","Name":"Out","Key":-1}]},{"Name":"SourceFilter","Key":"11c7add8e4da15db","Type":"TestSource","Enable":true,"IsEndPoint":false,"Params":[{"Key":"ImageID","Value":"1"},{"Key":"Path","Value":""}],"Pins":[{"Type":"OUT","Name":"Out","Key":-1}]}]})";
     CRecipe recipe(text);
@@ -149,21 +96,9 @@ TEST_F(RecipeTest, WorkedExampleLinksForwardAndListsEndPointFirst) {
     // the comma that the walk puts after it.
     EXPECT_EQ(result,
               L"{ \"Count\":\"2\", \"Filter\":[" +
-                  EntryText(L"MultiPeakFocusMeasureFilter", L"c892439f7e6ccf1a", L"\"none\"") +
+                  EntryText(L"MultiPeakFocusMeasureFilter", L"c892439f7e6ccf1a", L"{\"Calls\":1}") +
                   L"," + EntryText(L"SourceFilter", L"11c7add8e4da15db", L"\"\"") + L",]}");
     EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
-
-    auto lines = LogMessages(ReadLog());
-    EXPECT_EQ(CountOf(ReadLog(), "<Init type=\"TestResult\">"), 1);
-    EXPECT_TRUE(HasAdjacent(lines, "<Init type=\"TestSource\">", "SourceFilter"));
-    EXPECT_TRUE(
-        HasAdjacent(lines, "<CRecipeProcess recipe=\"recipe XX\">",
-                    "<CRecipeProcess seq=\"EndPoint\" filter=\"MultiPeakFocusMeasureFilter\"/>"));
-    EXPECT_TRUE(HasAdjacent(
-        lines, "<CRecipeProcess seq=\"EndPoint\" filter=\"MultiPeakFocusMeasureFilter\"/>",
-        "<CRecipeProcess seq=\"EndPoint\" filter=\"-1\"/>"));
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), "</CRecipeProcess>");
 }
 
 TEST_F(RecipeTest, EndPointFirstThenOthersInReverseDocumentOrder) {
@@ -190,8 +125,8 @@ TEST_F(RecipeTest, TwoEndPointsRunOnceEachGiveBothImagesAndOneEntry) {
     EXPECT_EQ(result, L"{ \"Count\":\"3\", \"Filter\":[" + EntryText(L"E1", L"e1", L"\"one\"") +
                           L"," + EntryText(L"Src", L"s", L"\"\"") + L"]}");
     EXPECT_EQ(out.FirstPixels(), (std::vector<int>{7, 7}));
-    EXPECT_EQ(dynamic_cast<CResultFilter*>(recipe.Filters()[1])->procCalls, 1);
-    EXPECT_EQ(dynamic_cast<CResultFilter*>(recipe.Filters()[2])->procCalls, 1);
+    EXPECT_EQ(dynamic_cast<CCountingFilter*>(recipe.Filters()[1])->procCalls, 1);
+    EXPECT_EQ(dynamic_cast<CCountingFilter*>(recipe.Filters()[2])->procCalls, 1);
 }
 
 TEST_F(RecipeTest, WithoutEndPointNothingRuns) {
@@ -203,34 +138,6 @@ TEST_F(RecipeTest, WithoutEndPointNothingRuns) {
     EXPECT_TRUE(out.raw.empty());
     for (IFilter* f : recipe.Filters()) EXPECT_FALSE(f->IsProcessed());
 }
-
-TEST_F(RecipeTest, UnpulledFiltersAreCountedButNotListed) {
-    // Index 0 never runs, so the last listed entry keeps its comma.
-    std::wstring text =
-        RecipeText({Node(L"idle", L"Idle"), Source(L"s"), Node(L"e", L"E", true, L"s", L"\"e\"")});
-    EXPECT_EQ(Run(text), L"{ \"Count\":\"3\", \"Filter\":[" + EntryText(L"E", L"e", L"\"e\"") +
-                             L"," + EntryText(L"Src", L"s", L"\"\"") + L",]}");
-}
-
-struct FragmentCase {
-    const wchar_t* result;
-    const wchar_t* listed;
-};
-
-class RecipeFragmentTest : public RecipeTest, public ::testing::WithParamInterface<FragmentCase> {};
-
-TEST_P(RecipeFragmentTest, ShortResultsStandAsNone) {
-    std::wstring text = RecipeText({Source(L"s"), Node(L"e", L"E", true, L"s", GetParam().result)});
-    EXPECT_EQ(Run(text), L"{ \"Count\":\"2\", \"Filter\":[" +
-                             EntryText(L"E", L"e", GetParam().listed) + L"," +
-                             EntryText(L"Src", L"s", L"\"\"") + L"]}");
-}
-
-INSTANTIATE_TEST_SUITE_P(Recipe, RecipeFragmentTest,
-                         ::testing::Values(FragmentCase{L"", L"\"none\""},
-                                           FragmentCase{L"7", L"\"none\""},
-                                           FragmentCase{L"42", L"42"},
-                                           FragmentCase{L"not json", L"not json"}));
 
 struct OverrideCase {
     const char* label;
@@ -258,16 +165,16 @@ INSTANTIATE_TEST_SUITE_P(
     Recipe, RecipeOverrideTest,
     ::testing::Values(
         OverrideCase{"none", nullptr, L"\"a\"", L"\"b\""},
-        OverrideCase{"empty", L"", L"\"a\"", L"\"b\""},
         OverrideCase{"by key", L"{\"ka\":" SET_RESULT(L"[1]") L"}", L"[1]", L"\"b\""},
         OverrideCase{"by name", L"{\"Same\":" SET_RESULT(L"[2]") L"}", L"[2]", L"[2]"},
         OverrideCase{"key wins",
                      L"{\"Same\":" SET_RESULT(L"[2]") L",\"ka\":" SET_RESULT(L"[1]") L"}", L"[1]",
                      L"[2]"},
-        OverrideCase{"unknown filter", L"{\"nobody\":" SET_RESULT(L"[3]") L"}", L"\"a\"", L"\"b\""},
         OverrideCase{"malformed", L"{\"ka\":" SET_RESULT(L"[1]"), L"\"a\"", L"\"b\""},
         OverrideCase{"not an object", L"[{\"ka\":1}]", L"\"a\"", L"\"b\""},
-        OverrideCase{"member not an object", L"{\"ka\":5,\"Same\":[1]}", L"\"a\"", L"\"b\""}));
+        OverrideCase{"member not an object", L"{\"ka\":5,\"Same\":[1]}", L"\"a\"", L"\"b\""},
+        // A fragment shorter than two characters is listed as "none".
+        OverrideCase{"short result", L"{\"ka\":" SET_RESULT(L"7") L"}", L"\"none\"", L"\"b\""}));
 #undef SET_RESULT
 
 TEST_F(RecipeTest, BadNumbersLeaveAsExceptionsWithoutLeaks) {
@@ -277,7 +184,6 @@ TEST_F(RecipeTest, BadNumbersLeaveAsExceptionsWithoutLeaks) {
     // While loading: the filters made before the bad node are destroyed.
     std::wstring text = RecipeText({Node(L"a", L"A"), Node(L"b", L"B"), bad});
     EXPECT_THROW(CRecipe recipe(text.c_str()), std::invalid_argument);
-    EXPECT_EQ(CResultFilter::s_alive, 0);
     EXPECT_EQ(CCountingFilter::s_alive, 0);
 
     // In an override.
@@ -296,8 +202,7 @@ TEST_F(RecipeTest, BadNumbersLeaveAsExceptionsWithoutLeaks) {
     EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
 }
 
-TEST_F(RecipeTest, UnknownTypeIsDroppedWithItsTwoLogLinesAndLinksToItToo) {
-    EnableFileLog(1);
+TEST_F(RecipeTest, UnknownTypeIsDroppedAndLinksToItToo) {
     std::wstring text =
         RecipeText({Source(L"s"), Node(L"u", L"U", false, L"s", L"", L"NoSuchType"),
                     L"{\"Key\":\"x\",\"Name\":\"NoType\"}", Node(L"e", L"E", true, L"u")});
@@ -306,44 +211,9 @@ TEST_F(RecipeTest, UnknownTypeIsDroppedWithItsTwoLogLinesAndLinksToItToo) {
     EXPECT_EQ(recipe.FindPin(L"u", -1), nullptr);
     ASSERT_NE(recipe.FindPin(L"e", 1), nullptr);
     EXPECT_EQ(recipe.FindPin(L"e", 1)->GetLink(), nullptr);
-    auto lines = LogMessages(ReadLog());
-    EXPECT_TRUE(HasAdjacent(lines, "<Init type=\"NoSuchType\">", "</Init>"));
-    EXPECT_EQ(CountOf(ReadLog(), "<Init type="), 3);  // the node without Type logs nothing
-
     std::wstring result;
     RecipeProcess(recipe, result, masters, out.raw, nullptr);
     EXPECT_TRUE(out.raw.empty());  // the end point's input is unlinked and empty
-}
-
-TEST_F(RecipeTest, DuplicateKeysLinkToTheFirstFilter) {
-    std::wstring text = RecipeText({Node(L"e", L"E", true, L"dup"), Source(L"dup", L"First"),
-                                    Node(L"dup", L"Second", false, L"", L"\"2nd\"")});
-    CRecipe recipe(text.c_str());
-    ASSERT_EQ(recipe.Filters().size(), 3u);
-    EXPECT_EQ(recipe.FindPin(L"dup", -1), recipe.Filters()[1]->GetPin(-1));
-    EXPECT_EQ(recipe.FindPin(L"dup", 1), nullptr);  // the source has no pin 1
-    EXPECT_EQ(recipe.FindPin(L"e", 1)->GetLink(), recipe.Filters()[1]->GetPin(-1));
-
-    // Overrides are looked up by each filter's own key, so both match.
-    std::wstring result;
-    RecipeProcess(recipe, result, masters, out.raw, L"{\"dup\":{\"Name\":\"Renamed\"}}");
-    EXPECT_STREQ(recipe.Filters()[1]->GetName(), L"Renamed");
-    EXPECT_STREQ(recipe.Filters()[2]->GetName(), L"Renamed");
-    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
-}
-
-TEST_F(RecipeTest, KeyZeroNeverLinksEvenWhereAPinHasIt) {
-    std::wstring zero =
-        L"{\"Key\":\"z\",\"Type\":\"TestZeroPin\",\"Pins\":[{\"Key\":0,\"Link\":{"
-        L"\"FilterKey\":\"s\",\"PinKey\":-1}}]}";
-    std::wstring consumer =
-        L"{\"Key\":\"c\",\"Type\":\"TestResult\",\"Pins\":[{\"Key\":1,\"Link\":{"
-        L"\"FilterKey\":\"z\",\"PinKey\":0}}]}";
-    CRecipe recipe(RecipeText({Source(L"s"), zero, consumer}).c_str());
-    ASSERT_NE(recipe.FindPin(L"z", 0), nullptr);
-    EXPECT_EQ(recipe.FindPin(L"z", 0)->GetLink(), nullptr);
-    ASSERT_NE(recipe.FindPin(L"c", 1), nullptr);
-    EXPECT_EQ(recipe.FindPin(L"c", 1)->GetLink(), nullptr);
 }
 
 struct LinkCase {
@@ -378,20 +248,13 @@ TEST_P(RecipeLinkTest, OddLinksTerminate) {
 #define LINK(k, fk, pk) L"{\"Key\":" k L",\"Link\":{\"FilterKey\":" fk L",\"PinKey\":" pk L"}}"
 INSTANTIATE_TEST_SUITE_P(
     Recipe, RecipeLinkTest,
-    ::testing::Values(
-        LinkCase{"source", L"[" LINK(L"1", L"\"s\"", L"-1") L"]", true, 2},
-        LinkCase{"cycle a-b", L"[" LINK(L"1", L"\"b\"", L"-1") L"]", true, 0},
-        LinkCase{"self link", L"[" LINK(L"1", L"\"a\"", L"-1") L"]", true, 0},
-        LinkCase{"input to input", L"[" LINK(L"1", L"\"b\"", L"2") L"]", true, 0},
-        LinkCase{"fractional keys", L"[" LINK(L"1.9", L"\"s\"", L"-1.5") L"]", true, 2},
-        LinkCase{"unknown upstream pin", L"[" LINK(L"1", L"\"s\"", L"-7") L"]", false, 0},
-        LinkCase{"unknown own pin", L"[" LINK(L"5", L"\"s\"", L"-1") L"]", false, 0},
-        LinkCase{"unknown filter", L"[" LINK(L"1", L"\"zz\"", L"-1") L"]", false, 0},
-        LinkCase{"FilterKey not text", L"[" LINK(L"1", L"7", L"-1") L"]", false, 0},
-        LinkCase{"keys as text", L"[" LINK(L"\"1\"", L"\"s\"", L"\"-1\"") L"]", false, 0},
-        LinkCase{"Link not an object", L"[{\"Key\":1,\"Link\":\"s\"}]", false, 0},
-        LinkCase{"pins not objects", L"[1,null,\"x\"]", false, 0},
-        LinkCase{"Pins not an array", L"{\"Key\":1}", false, 0}));
+    ::testing::Values(LinkCase{"source", L"[" LINK(L"1", L"\"s\"", L"-1") L"]", true, 2},
+                      LinkCase{"cycle a-b", L"[" LINK(L"1", L"\"b\"", L"-1") L"]", true, 0},
+                      LinkCase{"self link", L"[" LINK(L"1", L"\"a\"", L"-1") L"]", true, 0},
+                      LinkCase{"input to input", L"[" LINK(L"1", L"\"b\"", L"2") L"]", true, 0},
+                      LinkCase{"unknown upstream pin", L"[" LINK(L"1", L"\"s\"", L"-7") L"]", false,
+                               0},
+                      LinkCase{"Pins not an array", L"{\"Key\":1}", false, 0}));
 #undef LINK
 
 class RecipeMalformedTest : public RecipeTest,
@@ -421,18 +284,19 @@ TEST_F(RecipeTest, DeepNestingDoesNotExhaustTheStack) {
     EXPECT_EQ(recipe.Filters().size(), 1u);
 }
 
-TEST_F(RecipeTest, ThousandFilterChainRuns) {
-    // Listed from the end point back to the source, so every link names a
-    // filter further down the document.
-    constexpr int kLength = 1000;
+// A chain listed from the end point back to the source, so every link names
+// a filter further down the document.
+std::wstring Chain(int length) {
     std::wstring text = L"{\"Filters\":[";
-    for (int i = kLength - 1; i > 0; --i) {
-        text += Node(L"n" + std::to_wstring(i), L"F", i == kLength - 1,
+    for (int i = length - 1; i > 0; --i)
+        text += Node(L"n" + std::to_wstring(i), L"F", i == length - 1,
                      L"n" + std::to_wstring(i - 1), L"[" + std::to_wstring(i) + L"]") +
                 L",";
-    }
-    text += Source(L"n0") + L"]}";
-    std::wstring result = Run(text);
+    return text + Source(L"n0") + L"]}";
+}
+
+TEST_F(RecipeTest, ThousandFilterChainRuns) {
+    std::wstring result = Run(Chain(1000));
     EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
     // The end point leads; the others follow from the last node, the source.
     EXPECT_EQ(
@@ -442,22 +306,14 @@ TEST_F(RecipeTest, ThousandFilterChainRuns) {
                      0),
         0u);
     EXPECT_EQ(result.substr(result.size() - 4), L"},]}");
-    EXPECT_EQ(CountOf(platform::ToUtf8(result), "\"Key\":\"n"), kLength);
+    EXPECT_EQ(CountOf(platform::ToUtf8(result), "\"Key\":\"n"), 1000);
 }
 
 TEST_F(RecipeTest, ChainDeeperThanTheStackStopsWithAnErrorLine) {
     // Far more filters than the 8 MiB stack of this thread can nest: the pull
     // stops where the stack runs low, with one error line and no crash.
     EnableFileLog(4);
-    constexpr int kLength = 40000;
-    std::wstring text = L"{\"Filters\":[";
-    for (int i = kLength - 1; i > 0; --i) {
-        text += Node(L"n" + std::to_wstring(i), L"F", i == kLength - 1,
-                     L"n" + std::to_wstring(i - 1), L"[" + std::to_wstring(i) + L"]") +
-                L",";
-    }
-    text += Source(L"n0") + L"]}";
-    std::wstring result = Run(text);
+    std::wstring result = Run(Chain(40000));
     EXPECT_TRUE(out.FirstPixels().empty());  // the source was never reached
     EXPECT_EQ(result.rfind(L"{ \"Count\":\"40000\", \"Filter\":[", 0), 0u);
     EXPECT_EQ(CountOf(ReadLog(), "result=\"pull too deep\""), 1);
@@ -477,43 +333,116 @@ TEST_F(RecipeTest, SingleFilterRoutesInputsByImageIdAndIgnoresEndPoint) {
     ASSERT_EQ(recipe.Filters().size(), 1u);
 }
 
-TEST_F(RecipeTest, SingleFilterRunsWithUnmatchedInputAndAppliesParams) {
-    std::vector<MasterImage> inputs{{&img, 9}};
-    {
-        CRecipe recipe;
-        std::wstring result;
-        FilterProcess(recipe, result, inputs, out.raw, L"TestCounting",
-                      L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"5\"}]}");
-        EXPECT_EQ(result, L"[" + EntryText(L"##Filter", L"##Key", L"{\"Calls\":1}") + L"]");
-        EXPECT_TRUE(out.raw.empty());
-    }
-    inputs[0].ImageID = 1;
-    CRecipe recipe;
-    std::wstring result;
-    FilterProcess(recipe, result, inputs, out.raw, L"TestCounting",
-                  L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"5\"}]}");
-    EXPECT_EQ(out.FirstPixels(), std::vector<int>{12});
+// ---------------------------------------------------------------------------
+// Recipe files: size limits, the byte-order marks that choose the encoding,
+// and line ends
+// ---------------------------------------------------------------------------
 
-    CRecipe failing;
-    EXPECT_THROW(FilterProcess(failing, result, inputs, out.raw, L"TestCounting",
-                               L"{\"Params\":[{\"Key\":\"Offset\",\"Value\":\"x\"}]}"),
-                 std::invalid_argument);
-    EXPECT_EQ(failing.Filters().size(), 1u);  // owned by the recipe, freed with it
+// A two-filter recipe whose name holds a character outside the BMP, which
+// UTF-16 files store as a surrogate pair.
+const std::wstring kRecipe =
+    L"{\"Name\":\"caf\u00e9 \U0001F600\",\"Filters\":[{\"Key\":\"s\",\"Type\":\"TestSource\","
+    L"\"Pins\":[{\"Key\":-1}]},{\"Key\":\"e\",\"Type\":\"TestResult\",\"IsEndPoint\":true,"
+    L"\"Pins\":[{\"Key\":1,\"Link\":{\"FilterKey\":\"s\",\"PinKey\":-1}}]}]}";
+
+std::string Utf16Bytes(const std::wstring& text, bool bigEndian) {
+    std::string bytes;
+    auto put = [&](uint32_t unit) {
+        char hi = static_cast<char>(unit >> 8), lo = static_cast<char>(unit & 0xFF);
+        bytes += bigEndian ? hi : lo;
+        bytes += bigEndian ? lo : hi;
+    };
+    for (wchar_t c : text) {
+        auto cp = static_cast<uint32_t>(c);
+        if (cp >= 0x10000) {
+            put(0xD800 + ((cp - 0x10000) >> 10));
+            put(0xDC00 + ((cp - 0x10000) & 0x3FF));
+        } else {
+            put(cp);
+        }
+    }
+    return bytes;
 }
 
-TEST_F(RecipeTest, SingleFilterOfUnknownTypeGivesNothing) {
-    EnableFileLog(1);
-    for (const wchar_t* type : {L"NoSuchType", static_cast<const wchar_t*>(nullptr)}) {
-        CRecipe recipe;
-        std::wstring result = L"stale";
-        FilterProcess(recipe, result, masters, out.raw, type, L"{}");
-        EXPECT_EQ(result, L"");
-        EXPECT_TRUE(out.raw.empty());
-        EXPECT_TRUE(recipe.Filters().empty());
+class RecipeFileTest : public RecipeTest {
+protected:
+    // Writes the bytes under the root's drive C and returns the prober path.
+    std::wstring Write(const std::string& name, const std::string& bytes) {
+        auto dir = m_root->path() / "C" / "recipes";
+        std::filesystem::create_directories(dir);
+        std::ofstream(dir / name, std::ios::binary) << bytes;
+        return L"C:\\recipes\\" + platform::FromUtf8(name);
     }
-    EXPECT_TRUE(HasAdjacent(LogMessages(ReadLog()), "<CRecipeProcess filter=\"NoSuchType\">",
-                            "</CRecipeProcess>"));
+
+    static void ExpectLoaded(const std::wstring& text) {
+        CRecipe recipe(text.c_str());
+        EXPECT_EQ(recipe.Name(), L"caf\u00e9 \U0001F600");
+        ASSERT_EQ(recipe.Filters().size(), 2u);
+        ASSERT_NE(recipe.FindPin(L"e", 1), nullptr);
+        EXPECT_EQ(recipe.FindPin(L"e", 1)->GetLink(), recipe.FindPin(L"s", -1));
+    }
+};
+
+struct EncodingCase {
+    const char* label;
+    std::string bytes;
+};
+
+class RecipeFileEncodingTest : public RecipeFileTest,
+                               public ::testing::WithParamInterface<EncodingCase> {};
+
+TEST_P(RecipeFileEncodingTest, DecodesToTheSameText) {
+    std::wstring text = ReadRecipeFile(Write("r.json", GetParam().bytes).c_str());
+    EXPECT_EQ(text, kRecipe) << GetParam().label;
+    ExpectLoaded(text);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Recipe, RecipeFileEncodingTest,
+    ::testing::Values(EncodingCase{"utf8", platform::ToUtf8(kRecipe)},
+                      EncodingCase{"utf8 bom", "\xEF\xBB\xBF" + platform::ToUtf8(kRecipe)},
+                      EncodingCase{"utf16le bom", "\xFF\xFE" + Utf16Bytes(kRecipe, false)},
+                      EncodingCase{"utf16be bom", "\xFE\xFF" + Utf16Bytes(kRecipe, true)},
+                      EncodingCase{"utf16be odd byte",
+                                   "\xFE\xFF" + Utf16Bytes(kRecipe, true) + "x"},
+                      EncodingCase{"text ends at nul",
+                                   platform::ToUtf8(kRecipe) + std::string("\0{garbage", 9)}));
+
+TEST_F(RecipeFileTest, CrLfLineEndsLoadTheSameRecipe) {
+    for (const char* end : {"\n", "\r\n"}) {
+        std::string text = platform::ToUtf8(kRecipe);
+        for (size_t at = text.find(','); at != std::string::npos; at = text.find(',', at + 3))
+            text.insert(at + 1, end);
+        ExpectLoaded(ReadRecipeFile(Write("lines.json", text).c_str()));
+    }
+}
+
+struct SizeCase {
+    size_t bytes;
+    size_t textChars;
+    size_t filters;
+};
+
+class RecipeFileSizeTest : public RecipeFileTest, public ::testing::WithParamInterface<SizeCase> {};
+
+TEST_P(RecipeFileSizeTest, SmallFilesAreAbsentAndLargeOnesCut) {
+    // The recipe with white space before its final brace, to the size asked.
+    std::string body = platform::ToUtf8(kRecipe);
+    body.pop_back();
+    std::string bytes = "{\"A\":1}";
+    if (GetParam().bytes > body.size() + 1)
+        bytes = body + std::string(GetParam().bytes - body.size() - 1, ' ') + "}";
+    bytes.resize(GetParam().bytes, ' ');
+    std::wstring text = ReadRecipeFile(Write("big.json", bytes).c_str());
+    EXPECT_EQ(text.size(), GetParam().textChars);
+    EXPECT_EQ(CRecipe(text.c_str()).Filters().size(), GetParam().filters);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Recipe, RecipeFileSizeTest,
+    ::testing::Values(SizeCase{9, 0, 0}, SizeCase{10, 10, 0},
+                      // é and the emoji take 2 and 4 bytes for one character each
+                      SizeCase{1048576, 1048576 - 4, 2}, SizeCase{1048577, 1048576 - 4, 0}));
 
 }  // namespace
 }  // namespace pixmill::test

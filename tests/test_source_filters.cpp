@@ -4,38 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <tuple>
 
+#include "FilterHarness.h"
 #include "Filters/DrawCircleFilter.h"
 #include "Filters/LoggerPathFilter.h"
 #include "Filters/SourceFilter.h"
 #include "TestSupport.h"
-#include "framework/FilterRegistry.h"
 #include "framework/ImageFiles.h"
-#include "framework/Json.h"
 #include "platform/Platform.h"
 
 namespace fs = std::filesystem;
 
 namespace pixmill::test {
 namespace {
-
-// Sets one parameter the way a recipe document does: {"Params":[{"Key":..,
-// "Value":..}]} through Init.
-void SetParam(IFilter& filter, const wchar_t* key, const std::wstring& value) {
-    JsonDocument doc;
-    auto& alloc = doc.GetAllocator();
-    JsonValue entry(rapidjson::kObjectType);
-    entry.AddMember(L"Key", JsonValue(key, alloc), alloc);
-    entry.AddMember(L"Value", JsonValue(value.c_str(), alloc), alloc);
-    JsonValue params(rapidjson::kArrayType);
-    params.PushBack(entry, alloc);
-    doc.SetObject();
-    doc.AddMember(L"Params", params, alloc);
-    filter.Init(doc);
-}
 
 // A colour scene with distinct channels, so a channel mix-up changes the
 // gray result.
@@ -53,14 +37,6 @@ cv::Mat GrayOf(const cv::Mat& bgr) {
     return gray;
 }
 
-bool SameImage(const cv::Mat& a, const cv::Mat& b) {
-    if (a.size() != b.size() || a.type() != b.type()) return false;
-    if (a.empty()) return true;
-    cv::Mat diff;
-    cv::absdiff(a, b, diff);
-    return cv::countNonZero(diff.reshape(1)) == 0;
-}
-
 std::vector<cv::Mat*> Output(IFilter& filter) {
     return filter.GetPin(-1)->GetImage();
 }
@@ -69,91 +45,49 @@ fs::path Native(const std::wstring& proberPath) {
     return platform::NativePath(proberPath);
 }
 
+cv::Mat ReadBack(const std::wstring& proberPath) {
+    return cv::imread(Native(proberPath).string(), cv::IMREAD_UNCHANGED);
+}
+
 // ---------------------------------------------------------------------------
 // SourceFilter
 // ---------------------------------------------------------------------------
 
-class SourceFilterTest : public PixmillTest {};
+using SourceFilterTest = PixmillTest;
 
-TEST_F(SourceFilterTest, EmitsOnlyMastersWithTheChosenIdAsGray) {
-    EnableFileLog(1);
-    cv::Mat one = ColourScene({24, 18}, 0);
-    cv::Mat two = ColourScene({32, 20}, 50);
-    CSourceFilter f;
-    SetParam(f, L"ImageID", L"2");
-    f.SetMasterImage({{&one, 1}, {&two, 2}});
-
-    auto out = Output(f);
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(out[0]->channels(), 1);
-    EXPECT_TRUE(SameImage(*out[0], GrayOf(two)));
-    EXPECT_STREQ(f.GetResult(), L"{\"Count\":\"1\" , \"Type\":\"Master\"}");
-    EXPECT_EQ(one.channels(), 3);  // the caller's images stay as they were
-    EXPECT_EQ(ReadLog().find("] SourceFilter\n"), std::string::npos);  // Proc logs no tag
-}
-
-TEST_F(SourceFilterTest, SameIdTwiceEmitsBothInOrder) {
-    cv::Mat first = ColourScene({16, 16}, 0);
-    cv::Mat other = ColourScene({16, 16}, 90);
+TEST_F(SourceFilterTest, EmitsEveryMasterWithTheChosenIdAsGrayInOrder) {
+    cv::Mat one = ColourScene({24, 18}, 0), two = ColourScene({32, 20}, 50);
     cv::Mat gray(10, 12, CV_8UC1, cv::Scalar(77));
     CSourceFilter f;
-    SetParam(f, L"ImageID", L"3");
-    f.SetMasterImage({{&first, 3}, {&other, 1}, {&gray, 3}});
-
+    SetParams(f, {{L"ImageID", L"2"}});
+    f.SetMasterImage({{&one, 1}, {&two, 2}, {&gray, 2}});
     auto out = Output(f);
     ASSERT_EQ(out.size(), 2u);
-    EXPECT_TRUE(SameImage(*out[0], GrayOf(first)));
+    EXPECT_TRUE(SameImage(*out[0], GrayOf(two)));
     EXPECT_TRUE(SameImage(*out[1], gray));  // one channel already: copied as is
     EXPECT_STREQ(f.GetResult(), L"{\"Count\":\"2\" , \"Type\":\"Master\"}");
-
-    // A master entry without pixels reaches the output as an empty image.
-    CSourceFilter g;
-    g.SetMasterImage({{nullptr, 0}});
-    auto empty = Output(g);
-    ASSERT_EQ(empty.size(), 1u);
-    EXPECT_TRUE(empty[0]->empty());
-    EXPECT_STREQ(g.GetResult(), L"{\"Count\":\"1\" , \"Type\":\"Master\"}");
+    EXPECT_EQ(two.channels(), 3);  // the caller's images stay as they were
 }
 
-TEST_F(SourceFilterTest, ReadsPathWhenNoMasterHasTheId) {
+TEST_F(SourceFilterTest, ReadsPathWhenNoMasterHasTheIdElseOneEmptyImage) {
     const cv::Mat scene = ColourScene({40, 30}, 20);
-    const fs::path file = Native(L"C:\\imgs\\a.png");
-    fs::create_directories(file.parent_path());
-    ASSERT_TRUE(cv::imwrite(file.string(), scene));
-
-    CSourceFilter none;
-    SetParam(none, L"Path", L"C:\\imgs\\a.png");
-    none.SetMasterImage({});
-    auto out = Output(none);
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_TRUE(SameImage(*out[0], GrayOf(scene)));
-    EXPECT_STREQ(none.GetResult(), L"{\"Count\":\"1\" , \"Type\":\"Path\"}");
-
-    // Masters that carry other IDs do not stop the path from being read.
+    ASSERT_TRUE(WriteImageFile(L"C:\\imgs\\a.png", scene));
+    ASSERT_TRUE(platform::WriteWholeFile(Native(L"C:\\imgs\\notes.png").string(), "not an image"));
     cv::Mat master = ColourScene({8, 8}, 0);
-    CSourceFilter other;
-    SetParam(other, L"ImageID", L"5");
-    SetParam(other, L"Path", L"C:/imgs/a.png");
-    other.SetMasterImage({{&master, 1}, {&master, 0}});
-    out = Output(other);
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_TRUE(SameImage(*out[0], GrayOf(scene)));
-    EXPECT_STREQ(other.GetResult(), L"{\"Count\":\"1\" , \"Type\":\"Path\"}");
-}
-
-TEST_F(SourceFilterTest, UnreadablePathGivesOneEmptyImage) {
-    const fs::path notes = Native(L"C:\\imgs\\notes.png");
-    fs::create_directories(notes.parent_path());
-    ASSERT_TRUE(platform::WriteWholeFile(notes.string(), "not an image"));
-    const wchar_t* paths[] = {L"", L"C:\\imgs\\missing.png", L"C:\\imgs\\notes.png", L"C:\\imgs"};
-    for (const wchar_t* path : paths) {
+    const std::pair<const wchar_t*, bool> paths[] = {{L"C:/imgs/a.png", true},
+                                                     {L"", false},
+                                                     {L"C:\\imgs\\missing.png", false},
+                                                     {L"C:\\imgs\\notes.png", false},
+                                                     {L"C:\\imgs", false}};
+    for (const auto& [path, readable] : paths) {
         SCOPED_TRACE(platform::ToUtf8(path));
+        // Masters that carry other IDs do not stop the path from being read.
         CSourceFilter f;
-        SetParam(f, L"Path", path);
-        f.SetMasterImage({});
+        SetParams(f, {{L"ImageID", L"5"}, {L"Path", path}});
+        f.SetMasterImage({{&master, 1}, {&master, 0}});
         auto out = Output(f);
         ASSERT_EQ(out.size(), 1u);
-        EXPECT_TRUE(out[0]->empty());
+        EXPECT_TRUE(readable ? SameImage(*out[0], GrayOf(scene)) : out[0]->empty());
         EXPECT_STREQ(f.GetResult(), L"{\"Count\":\"1\" , \"Type\":\"Path\"}");
     }
 }
@@ -162,125 +96,55 @@ TEST_F(SourceFilterTest, UnreadablePathGivesOneEmptyImage) {
 // LoggerPathFilter
 // ---------------------------------------------------------------------------
 
-class LoggerPathFilterTest : public PixmillTest {
-protected:
-    void SetUp() override {
-        PixmillTest::SetUp();
-        passA = cv::Mat(12, 16, CV_8UC1, cv::Scalar(30));
-        cv::line(passA, {0, 0}, {15, 11}, cv::Scalar(200), 2);
-        passB = ColourScene({20, 14}, 10);
-        logA = cv::Mat(9, 11, CV_8UC1, cv::Scalar(0));
-        cv::circle(logA, {5, 4}, 3, cv::Scalar(255), -1);
-        logB = cv::Mat(9, 11, CV_8UC1, cv::Scalar(99));
-    }
-    void Feed(CLoggerPathFilter& f, std::vector<cv::Mat*> pass, std::vector<cv::Mat*> log) {
-        f.GetPin(1)->SetImage(pass);
+// Only the by-pass images come out. When active, the first log image is
+// written under Root, Path and Prefix (backslashes trimmed from both ends of
+// each; Path and Prefix join without a separator), the name cut at 255
+// characters; an image the encoder refuses leaves the result as it was.
+using LoggerPathFilterTest = PixmillTest;
+
+TEST_F(LoggerPathFilterTest, PassesImagesOnAndWritesTheFirstLogImage) {
+    EnableFileLog(4);
+    cv::Mat passA(12, 16, CV_8UC1, cv::Scalar(30)), passB = ColourScene({20, 14}, 10);
+    cv::Mat logA = ColourScene({11, 9}, 70), logB(9, 11, CV_8UC1, cv::Scalar(99)), empty;
+    // Folder names short enough for any file system; the whole name reaches 255.
+    std::wstring deep = L"C:";
+    while (deep.size() < 240) deep += L"\\" + std::wstring(40, L'd');
+    deep.resize(240);
+    const std::wstring fits(255 - 240 - 1 - 4, L'n');
+    // Parameters, log images, the file written (empty: none).
+    const std::tuple<ParamList, std::vector<cv::Mat*>, std::wstring> cases[] = {
+        {{{L"Root", L"C:\\probe"}, {L"Prefix", L"p"}}, {&logA}, L""},
+        {{{L"Root", L"C:\\probe"}, {L"Active", L"true"}}, {}, L""},
+        {{{L"Root", L"D:\\logs\\"}, {L"Path", L"\\run\\"}, {L"Prefix", L"a"}, {L"Active", L"true"}},
+         {&logA, &logB},
+         L"D:\\logs\\runa.png"},
+        {{{L"Root", deep}, {L"Path", fits}, {L"Active", L"true"}},
+         {&logA},
+         deep + L"\\" + fits + L".png"},
+        // One character more: the cut takes the extension's last letter.
+        {{{L"Root", deep}, {L"Path", fits + L"z"}, {L"Active", L"true"}}, {&logA}, L""},
+        {{{L"Root", L"C:\\bad"}, {L"Active", L"true"}}, {&empty, &logA}, L""}};
+    for (const auto& [params, log, written] : cases) {
+        CLoggerPathFilter f;
+        SetParams(f, params);
+        f.GetPin(1)->SetImage({&passA, &passB});
         f.GetPin(2)->SetImage(log);
-    }
-    void ExpectPassedOn(CLoggerPathFilter& f) {
         auto out = Output(f);
         ASSERT_EQ(out.size(), 2u);
         EXPECT_TRUE(SameImage(*out[0], passA));
         EXPECT_TRUE(SameImage(*out[1], passB));
+        if (written.empty()) {
+            EXPECT_STREQ(f.GetResult(), L"\"\"");
+        } else {
+            EXPECT_EQ(std::wstring(f.GetResult()), L"{\"directory\":" + written + L"}");
+            EXPECT_TRUE(SameImage(ReadBack(written), logA));
+        }
     }
-    cv::Mat passA, passB, logA, logB;
-};
-
-TEST_F(LoggerPathFilterTest, InactiveOnlyPassesByPassImagesOn) {
-    CLoggerPathFilter f;
-    SetParam(f, L"Root", L"C:\\probe");
-    SetParam(f, L"Prefix", L"p");
-    Feed(f, {&passA, &passB}, {&logA});
-    ExpectPassedOn(f);
-    EXPECT_STREQ(f.GetResult(), L"\"\"");
     EXPECT_FALSE(fs::exists(Native(L"C:\\probe")));
-}
-
-TEST_F(LoggerPathFilterTest, ActiveWritesFirstLogImageUnderTrimmedName) {
-    EnableFileLog(1);
-    CLoggerPathFilter f;
-    SetParam(f, L"Root", L"D:\\logs\\");
-    SetParam(f, L"Path", L"\\run\\");
-    SetParam(f, L"Prefix", L"a");
-    SetParam(f, L"Active", L"true");
-    Feed(f, {&passA, &passB}, {&logA, &logB});
-    ExpectPassedOn(f);  // the log images never reach the output
-
-    EXPECT_STREQ(f.GetResult(), L"{\"directory\":D:\\logs\\runa.png}");
-    const fs::path written = Native(L"D:\\logs\\runa.png");
-    EXPECT_EQ(written, m_root->path() / "D" / "logs" / "runa.png");
-    EXPECT_TRUE(SameImage(cv::imread(written.string(), cv::IMREAD_UNCHANGED), logA));
-    EXPECT_NE(ReadLog().find("] LoggerPathFilter\n"), std::string::npos);
-}
-
-TEST_F(LoggerPathFilterTest, BackslashOnlyPartsBecomeEmpty) {
-    CLoggerPathFilter f;
-    SetParam(f, L"Root", L"\\\\C:\\out\\\\");
-    SetParam(f, L"Path", L"\\\\\\");
-    SetParam(f, L"Prefix", L"\\\\x\\");
-    SetParam(f, L"Active", L"True");
-    Feed(f, {}, {&logB});
-    EXPECT_TRUE(Output(f).empty());
-    EXPECT_STREQ(f.GetResult(), L"{\"directory\":C:\\out\\x.png}");
-    EXPECT_TRUE(
-        SameImage(cv::imread(Native(L"C:\\out\\x.png").string(), cv::IMREAD_UNCHANGED), logB));
-}
-
-TEST_F(LoggerPathFilterTest, NothingToLogOrUnwritableImageKeepsResult) {
-    // Active, but the log input is empty: nothing is written.
-    CLoggerPathFilter idle;
-    SetParam(idle, L"Root", L"C:\\probe");
-    SetParam(idle, L"Active", L"true");
-    Feed(idle, {&passA, &passB}, {});
-    ExpectPassedOn(idle);
-    EXPECT_STREQ(idle.GetResult(), L"\"\"");
-    EXPECT_FALSE(fs::exists(Native(L"C:\\probe")));
-
-    // An empty log image makes the encoder throw after the outputs are set;
-    // Process contains it and the result stays as it was.
-    EnableFileLog(4);
-    cv::Mat empty;
-    CLoggerPathFilter failing;
-    SetParam(failing, L"Root", L"C:\\probe");
-    SetParam(failing, L"Active", L"true");
-    Feed(failing, {&passA, &passB}, {&empty, &logA});
-    ExpectPassedOn(failing);
-    EXPECT_STREQ(failing.GetResult(), L"\"\"");
-    EXPECT_FALSE(fs::exists(Native(L"C:\\probe\\.png")));
-    EXPECT_NE(ReadLog().find("[4] <Exception>\n"), std::string::npos);
-}
-
-TEST_F(LoggerPathFilterTest, FileNameIsCutAt255Characters) {
-    // Folder names stay short enough for any file system; only the whole
-    // name reaches the limit.
-    std::wstring root = L"C:";
-    while (root.size() < 240) root += L"\\" + std::wstring(40, L'd');
-    root.resize(240);
-    const std::wstring fits = std::wstring(255 - root.size() - 1 - 4, L'n');  // 255 in all
-    CLoggerPathFilter f;
-    SetParam(f, L"Root", root);
-    SetParam(f, L"Path", fits);
-    SetParam(f, L"Active", L"true");
-    Feed(f, {}, {&logA});
-    Output(f);
-    const std::wstring name = root + L"\\" + fits + L".png";
-    ASSERT_EQ(name.size(), 255u);
-    EXPECT_EQ(std::wstring(f.GetResult()), L"{\"directory\":" + name + L"}");
-    EXPECT_TRUE(fs::exists(Native(name)));
-
-    // One character more: the cut takes the extension's last letter, the
-    // encoder refuses the name, and the result stays.
-    CLoggerPathFilter longer;
-    SetParam(longer, L"Root", root);
-    SetParam(longer, L"Path", fits);
-    SetParam(longer, L"Prefix", L"z");
-    SetParam(longer, L"Active", L"true");
-    Feed(longer, {&passA}, {&logA});
-    ASSERT_EQ(Output(longer).size(), 1u);
-    EXPECT_STREQ(longer.GetResult(), L"\"\"");
-    EXPECT_FALSE(fs::exists(Native(root + L"\\" + fits + L"z.png")));
-    EXPECT_FALSE(fs::exists(Native(root + L"\\" + fits + L"z.pn")));
-
+    EXPECT_FALSE(fs::exists(Native(L"C:\\bad\\.png")));
+    EXPECT_FALSE(fs::exists(Native(deep + L"\\" + fits + L"z.pn")));
+    EXPECT_EQ(Native(L"D:\\logs\\runa.png"), m_root->path() / "D" / "logs" / "runa.png");
+    EXPECT_EQ(CountOf(ReadLog(), "[4] <Exception>\n"), 2);  // the two refused images
 }
 
 // ---------------------------------------------------------------------------
@@ -295,75 +159,41 @@ protected:
         cv::rectangle(m, cv::Rect(1, 1, size.width / 2, size.height / 2), cv::Scalar(200), -1);
         return m;
     }
-    static void SetCircle(CDrawCircleFilter& f, int x, int y, int width) {
-        SetParam(f, L"center_x", std::to_wstring(x));
-        SetParam(f, L"center_y", std::to_wstring(y));
-        SetParam(f, L"width", std::to_wstring(width));
-    }
-    std::vector<cv::Mat*> Run(CDrawCircleFilter& f, std::vector<cv::Mat*> inputs) {
+    static std::vector<cv::Mat*> Run(IFilter& f, int x, int y, int width,
+                                     std::vector<cv::Mat*> inputs) {
+        SetParams(f, {{L"center_x", Num(x)}, {L"center_y", Num(y)}, {L"width", Num(width)}});
         f.GetPin(1)->SetImage(inputs);
         return Output(f);
     }
-    static cv::Mat Channel(const cv::Mat& m, int c) {
-        cv::Mat out;
-        cv::extractChannel(m, out, c);
-        return out;
-    }
-    // Under the fixture's root, so only valid once SetUp has run.
-    static fs::path DebugFile() {
-        return Native(L"C:/PROBERPARAM/ParaImg/DrawCircleFilter_image.png");
-    }
+    static constexpr const wchar_t* kDebugFile =
+        L"C:/PROBERPARAM/ParaImg/DrawCircleFilter_image.png";
 };
 
-TEST_F(DrawCircleFilterTest, WidthZeroDrawsOneWhiteDot) {
-    EnableFileLog(1);
+// A centre outside the image leaves an all-black mask.
+TEST_F(DrawCircleFilterTest, WhiteDiscOfHalfTheWidthRoundedTowardZero) {
     cv::Mat in = Input({40, 30});
-    CDrawCircleFilter f;
-    SetCircle(f, 10, 12, 0);
-    auto out = Run(f, {&in});
-    ASSERT_EQ(out.size(), 1u);
-    ASSERT_EQ(out[0]->type(), CV_8UC3);
-    ASSERT_EQ(out[0]->size(), in.size());
-    for (int c = 0; c < 3; ++c) EXPECT_EQ(cv::countNonZero(Channel(*out[0], c)), 1);
-    EXPECT_EQ(out[0]->at<cv::Vec3b>(12, 10), cv::Vec3b(255, 255, 255));
-    EXPECT_STREQ(f.GetResult(), L"\"\"");
-    EXPECT_NE(ReadLog().find("] DrawCircleFilter\n"), std::string::npos);
-}
-
-TEST_F(DrawCircleFilterTest, RadiusIsHalfTheWidthRoundedTowardZero) {
-    cv::Mat in = Input({40, 30});
-    const cv::Point c(20, 15);
     // Reference masks of radius 2 and 0 drawn with a named connected line.
-    cv::Mat radius2 = cv::Mat::zeros(in.size(), CV_8UC3);
-    cv::circle(radius2, c, 2, cv::Scalar::all(255), cv::FILLED, cv::LINE_4);
-    cv::Mat radius0 = cv::Mat::zeros(in.size(), CV_8UC3);
-    radius0.at<cv::Vec3b>(c) = cv::Vec3b(255, 255, 255);
-
-    struct Case {
-        int width;
-        const cv::Mat* expected;
-    } cases[] = {{5, &radius2}, {4, &radius2}, {1, &radius0}, {-1, &radius0}};
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.width);
+    cv::Mat black = cv::Mat::zeros(in.size(), CV_8UC3), radius2 = black.clone(),
+            radius0 = black.clone();
+    cv::circle(radius2, {20, 15}, 2, cv::Scalar::all(255), cv::FILLED, cv::LINE_4);
+    radius0.at<cv::Vec3b>(15, 20) = cv::Vec3b(255, 255, 255);
+    const std::tuple<int, int, const cv::Mat*> cases[] = {{20, 5, &radius2},  {20, 4, &radius2},
+                                                          {20, 1, &radius0},  {20, 0, &radius0},
+                                                          {20, -1, &radius0}, {500, 20, &black}};
+    for (const auto& [x, width, expected] : cases) {
         CDrawCircleFilter f;
-        SetCircle(f, c.x, c.y, k.width);
-        auto out = Run(f, {&in});
+        auto out = Run(f, x, x == 20 ? 15 : -40, width, {&in});
         ASSERT_EQ(out.size(), 1u);
-        EXPECT_TRUE(SameImage(*out[0], *k.expected));
+        EXPECT_TRUE(SameImage(*out[0], *expected)) << width;
+        EXPECT_STREQ(f.GetResult(), L"\"\"");
     }
-    // Radius 2 reaches two pixels out along the axes and no further.
-    EXPECT_EQ(radius2.at<cv::Vec3b>(c.y, c.x + 2), cv::Vec3b(255, 255, 255));
-    EXPECT_EQ(radius2.at<cv::Vec3b>(c.y - 2, c.x), cv::Vec3b(255, 255, 255));
-    EXPECT_EQ(radius2.at<cv::Vec3b>(c.y, c.x + 3), cv::Vec3b(0, 0, 0));
-    EXPECT_EQ(radius2.at<cv::Vec3b>(c.y + 3, c.x), cv::Vec3b(0, 0, 0));
 }
 
 TEST_F(DrawCircleFilterTest, OneMaskPerImageAndDebugFileHoldsTheLast) {
     cv::Mat small = Input({26, 20});
     cv::Mat deep = Input({30, 24}, CV_16UC1);
     CDrawCircleFilter f;
-    SetCircle(f, 12, 9, 9);
-    auto out = Run(f, {&small, &deep});
+    auto out = Run(f, 12, 9, 9, {&small, &deep});
     ASSERT_EQ(out.size(), 2u);
     EXPECT_EQ(out[0]->size(), small.size());
     EXPECT_EQ(out[0]->type(), CV_8UC3);
@@ -371,102 +201,8 @@ TEST_F(DrawCircleFilterTest, OneMaskPerImageAndDebugFileHoldsTheLast) {
     EXPECT_EQ(out[1]->type(), CV_16UC3);  // same depth as the input
     EXPECT_EQ(out[1]->at<cv::Vec3w>(9, 12), cv::Vec3w(255, 255, 255));
     EXPECT_EQ(out[1]->at<cv::Vec3w>(9, 12 + 5), cv::Vec3w(0, 0, 0));
-    EXPECT_EQ(cv::countNonZero(Channel(*out[1], 0)), cv::countNonZero(Channel(*out[0], 0)));
-
-    ASSERT_TRUE(fs::exists(DebugFile()));
-    EXPECT_TRUE(SameImage(cv::imread(DebugFile().string(), cv::IMREAD_UNCHANGED), *out[1]));
-
-    // A centre outside the image leaves an all-black mask.
-    CDrawCircleFilter outside;
-    SetCircle(outside, 500, -40, 20);
-    out = Run(outside, {&small});
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(cv::countNonZero(Channel(*out[0], 0)), 0);
-}
-
-TEST_F(DrawCircleFilterTest, BadInputIsContainedAndLeavesNoOutput) {
-    EnableFileLog(4);
-    cv::Mat colour = ColourScene({16, 16}, 0);
-    cv::Mat empty;
-    cv::Mat gray = Input({16, 16});
-    struct Case {
-        const char* what;
-        cv::Mat* image;
-        int width;
-    } cases[] = {
-        {"three channels", &colour, 4}, {"empty", &empty, 4}, {"negative width", &gray, -4}};
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.what);
-        CDrawCircleFilter f;
-        SetCircle(f, 3, 3, k.width);
-        EXPECT_TRUE(Run(f, {k.image}).empty());
-        EXPECT_STREQ(f.GetResult(), L"\"\"");
-    }
-    EXPECT_FALSE(fs::exists(DebugFile()));
-    EXPECT_EQ(CountOf(ReadLog(), "[4] <Exception>\n"), 3);
-}
-
-// ---------------------------------------------------------------------------
-// Registry entries and the image file helpers the filters use
-// ---------------------------------------------------------------------------
-
-class SourceFilterRegistryTest : public PixmillTest {};
-
-std::wstring IntParamEntry(const wchar_t* name) {
-    return std::wstring(L"{ \"Name\":\"") + name +
-           L"\",\"Type\":\"int\",\"Attributes\":[{\"Name\":\"value\",\"Value\":\"0\"},{\"Name\":"
-           L"\"default\",\"Value\":\"0\"},{\"Name\":\"min\",\"Value\":\"0\"},{\"Name\":\"max\","
-           L"\"Value\":\"960\"},{\"Name\":\"step\",\"Value\":\"1\"},]}, ";
-}
-
-TEST_F(SourceFilterRegistryTest, DescriptionShowsPinsAndParamsInOrder) {
-    const std::wstring doc = FilterRegistry::Instance().Describe();
-    const std::wstring source =
-        L"{\"Name\":\"SourceFilter\",\"Pin\":[{ \"Name\":\"OUT_Out\", \"Key\":-1},], \"Param\":[{ "
-        L"\"Name\":\"ImageID\",\"Type\":\"int\"}, { \"Name\":\"Path\",\"Type\":\"std::wstring\"}, "
-        L"]},";
-    const std::wstring logger =
-        L"{\"Name\":\"LoggerPathFilter\",\"Pin\":[{ \"Name\":\"IN_ByPass\", \"Key\":1},{ "
-        L"\"Name\":\"IN_Log\", \"Key\":2},{ \"Name\":\"OUT_Out\", \"Key\":-1},], \"Param\":[{ "
-        L"\"Name\":\"Root\",\"Type\":\"std::wstring\"}, { \"Name\":\"Path\",\"Type\":"
-        L"\"std::wstring\"}, { \"Name\":\"Prefix\",\"Type\":\"std::wstring\"}, { \"Name\":"
-        L"\"Active\",\"Type\":\"bool\"}, ]},";
-    const std::wstring circle =
-        L"{\"Name\":\"DrawCircleFilter\",\"Pin\":[{ \"Name\":\"IN_In\", \"Key\":1},{ "
-        L"\"Name\":\"OUT_Out\", \"Key\":-1},], \"Param\":[" +
-        IntParamEntry(L"center_x") + IntParamEntry(L"center_y") + IntParamEntry(L"width") + L"]},";
-    EXPECT_NE(doc.find(source), std::wstring::npos) << platform::ToUtf8(doc);
-    EXPECT_NE(doc.find(logger), std::wstring::npos) << platform::ToUtf8(doc);
-    EXPECT_NE(doc.find(circle), std::wstring::npos) << platform::ToUtf8(doc);
-
-    // The flag form keeps Active's value false until a document sets it.
-    CLoggerPathFilter f;
-    EXPECT_FALSE(ParamValue<bool>(f.GetParams(), L"Active", true));
-}
-
-class SourceFilterImageFilesTest : public PixmillTest {};
-
-TEST_F(SourceFilterImageFilesTest, WriteCreatesFoldersReadHonoursFlagsFailuresReturnEmpty) {
-    const cv::Mat scene = ColourScene({25, 15}, 40);
-    EXPECT_TRUE(WriteImageFile(L"C:\\deep\\er\\scene.png", scene));
-    EXPECT_TRUE(fs::exists(m_root->path() / "C" / "deep" / "er" / "scene.png"));
-
-    const cv::Mat colour = ReadImageFile(L"C:/deep/er/scene.png", 1);
-    EXPECT_TRUE(SameImage(colour, scene));
-    const cv::Mat gray = ReadImageFile(L"C:\\deep\\er\\scene.png", 0);
-    ASSERT_EQ(gray.type(), CV_8UC1);
-    EXPECT_EQ(gray.size(), scene.size());
-
-    EXPECT_TRUE(ReadImageFile(L"C:\\deep\\er\\missing.png", 1).empty());
-    EXPECT_TRUE(ReadImageFile(L"", 1).empty());
-
-    // Failed writes return false and log the image library's reason.
-    EnableFileLog(1);
-    EXPECT_FALSE(WriteImageFile(L"C:\\w\\empty.png", cv::Mat()));
-    EXPECT_FALSE(WriteImageFile(L"C:\\w\\scene.unknownext", ColourScene({8, 8}, 0)));
-    EXPECT_FALSE(WriteImageFile(L"", ColourScene({8, 8}, 0)));
-    EXPECT_EQ(CountOf(ReadLog(), "imwrite"), 3) << ReadLog();
-    EXPECT_FALSE(fs::exists(m_root->path() / "C" / "w" / "empty.png"));
+    EXPECT_EQ(cv::countNonZero(out[1]->reshape(1)), cv::countNonZero(out[0]->reshape(1)));
+    EXPECT_TRUE(SameImage(ReadBack(kDebugFile), *out[1]));
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
-// Start-up of the first call, the host's settings and the trace sink.
+// Start-up of the first call, the host's settings and the trace sink; the
+// platform layer beneath them.
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "TestSupport.h"
@@ -32,11 +35,9 @@ private:
 };
 
 // Thresholds as file, console, debug output, the order the host passes them in.
-std::vector<int> Levels(const logging::Thresholds& t) {
-    return {t.file, t.console, t.debugOutput};
-}
 std::vector<int> Current() {
-    return Levels(logging::GetThresholds());
+    const logging::Thresholds t = logging::GetThresholds();
+    return {t.file, t.console, t.debugOutput};
 }
 
 using StartupTest = PixmillTest;
@@ -47,18 +48,6 @@ TEST_F(StartupTest, FirstCallSetsPathLevelsAndRunsRetentionOnce) {
     EXPECT_EQ(logging::PathPrefix(), logging::DefaultLogPathPrefix());
     EXPECT_EQ(Current(), std::vector<int>({4, 6, 4}));
     EXPECT_EQ(ReadFile(m_root->path() / "C/Logs/SORVIK/logclear.info"), "0");
-    EXPECT_EQ(CountOf(ReadLog(), "| [4] <DeleteRunCheck info=\"notfound\" return=\"false\"/>\n"),
-              1);
-
-    // Start-up levels: errors reach the file and the debug output, nothing the console.
-    m_debugLines.clear();
-    testing::internal::CaptureStdout();
-    logging::LogA(3, "below");
-    logging::LogW(4, L"error %d", 7);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(m_debugLines, std::vector<std::string>{"error 7"});
-    EXPECT_EQ(CountOf(ReadLog(), "2026-11-21 10:30:15.250 | [4] error 7\n"), 1);
-    EXPECT_EQ(CountOf(ReadLog(), "below"), 0);
 
     // A second call changes nothing that was set since.
     logging::SetPathPrefix(L"C:\\Elsewhere\\x");
@@ -70,63 +59,28 @@ TEST_F(StartupTest, FirstCallSetsPathLevelsAndRunsRetentionOnce) {
     EXPECT_TRUE(m_debugLines.empty());
 }
 
-TEST_F(StartupTest, HostLevelsApplyAtOnceAndAreReportedAtLevelTwo) {
-    PixmillSetLogLevels(2, 6, 2);
-    EXPECT_EQ(Current(), std::vector<int>({2, 6, 2}));
-    api::EnsureStartup();
-    EXPECT_EQ(Current(), std::vector<int>({2, 6, 2}));
-    const std::string applied =
-        "<LogSettingApplied file=\"2\" console=\"6\" debugview=\"2\"  path=\"" +
-        platform::ToUtf8(logging::PathPrefix()) + "\"/>";
-    EXPECT_EQ(CountOf(ReadLog(), "| [2] " + applied + "\n"), 1);
-    EXPECT_EQ(std::count(m_debugLines.begin(), m_debugLines.end(), applied), 1);
-}
-
+// The environment takes exactly three integers; anything else leaves the
+// defaults, and the host's levels win over both.
 TEST_F(StartupTest, HostLevelsWinOverEnvironmentOverDefaults) {
-    struct Case {
-        const char* env;
-        std::vector<int> host;  // empty: none set
-        std::vector<int> expected;
-    };
-    const Case cases[] = {{nullptr, {}, {4, 6, 4}},
-                          {"1,6,3", {}, {1, 6, 3}},
-                          {"1,6", {}, {4, 6, 4}},
-                          {"debug", {}, {4, 6, 4}},
-                          {"1,6,3", {2, 5, 2}, {2, 5, 2}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.env ? c.env : "(unset)");
+    // The environment's text, the host's levels (empty: none set), the result.
+    const std::tuple<const char*, std::vector<int>, std::vector<int>> cases[] = {
+        {nullptr, {}, {4, 6, 4}},         {"1,6,3", {}, {1, 6, 3}},
+        {" 2 , 3 , -1 ", {}, {2, 3, -1}}, {"1,6", {}, {4, 6, 4}},
+        {"1,6,4,5", {}, {4, 6, 4}},       {"1;6;4", {}, {4, 6, 4}},
+        {"1,6,4x", {}, {4, 6, 4}},        {"1.5,6,4", {}, {4, 6, 4}},
+        {"1,,4", {}, {4, 6, 4}},          {"1,2147483648,4", {}, {4, 6, 4}},
+        {"1,6,3", {2, 5, 2}, {2, 5, 2}}};
+    for (const auto& [text, host, expected] : cases) {
+        SCOPED_TRACE(text ? text : "(unset)");
         api::ResetStartupForTesting();
         logging::ResetForTesting();
-        ScopedEnv env("PIXMILL_LOG_LEVELS", c.env);
-        if (!c.host.empty()) PixmillSetLogLevels(c.host[0], c.host[1], c.host[2]);
+        ScopedEnv env("PIXMILL_LOG_LEVELS", text);
+        if (!host.empty()) {
+            PixmillSetLogLevels(host[0], host[1], host[2]);
+            EXPECT_EQ(Current(), host);  // at once
+        }
         api::EnsureStartup();
-        EXPECT_EQ(Current(), c.expected);
-    }
-}
-
-TEST(StartupParse, ParseLogLevelsAcceptsOnlyThreeIntegers) {
-    struct Case {
-        const char* text;
-        std::vector<int> expected;  // empty: rejected
-    };
-    const Case cases[] = {{"1,6,4", {1, 6, 4}},
-                          {" 2 , 3 , 5 ", {2, 3, 5}},
-                          {"-1,0,6", {-1, 0, 6}},
-                          {nullptr, {}},
-                          {"", {}},
-                          {"1,6", {}},
-                          {"1,6,4,5", {}},
-                          {"1;6;4", {}},
-                          {"a,b,c", {}},
-                          {"1,6,4x", {}},
-                          {"1.5,6,4", {}},
-                          {"1,,4", {}},
-                          {"99999999999,6,4", {}},
-                          {"1,2147483648,4", {}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text ? c.text : "(null)");
-        auto parsed = api::ParseLogLevels(c.text);
-        EXPECT_EQ(parsed ? Levels(*parsed) : std::vector<int>(), c.expected);
+        EXPECT_EQ(Current(), expected);
     }
 }
 
@@ -134,7 +88,6 @@ TEST_F(StartupTest, HostRootWinsOverEnvironmentOverDefault) {
     {
         ScopedEnv env("PIXMILL_ROOT", "/env/root");
         EXPECT_EQ(PixmillSetRoot("/host/root"), 0);
-        EXPECT_EQ(platform::Root(), "/host/root");
         EXPECT_EQ(platform::NativePath(std::string("C:\\a")), "/host/root/C/a");
         EXPECT_EQ(PixmillSetRoot(nullptr), 0);
         EXPECT_EQ(platform::Root(), "/env/root");
@@ -150,9 +103,7 @@ void Collect(const char* line, void* user) {
     static_cast<std::vector<std::string>*>(user)->push_back(line);
 }
 
-using TraceTest = PixmillTest;
-
-TEST_F(TraceTest, SinkReceivesFormattedLinesUntilRemoved) {
+TEST_F(StartupTest, TraceSinkReceivesFormattedLinesUntilRemoved) {
     int written = -1;
     VBcvTrace("[%s] Start \n%n", "VBcvPinFind", &written);
     EXPECT_EQ(written, -1) << "formatted without a sink";
@@ -160,10 +111,9 @@ TEST_F(TraceTest, SinkReceivesFormattedLinesUntilRemoved) {
     std::vector<std::string> got;
     PixmillSetTraceSink(Collect, &got);
     VBcvTrace("[%s] Start \n%n", "VBcvPinFind", &written);
-    VBcvTrace("Version : %d,%d,%d,%d\n", 4, 6, 0, 0);
-    std::vector<std::string> expected = {"[VBcvPinFind] Start \n", "Version : 4,6,0,0\n"};
+    std::vector<std::string> expected = {"[VBcvPinFind] Start \n"};
     // 509 and 510 put the line on either side of the 512-byte first buffer.
-    for (size_t n : {509u, 510u, 600u, 5000u}) {
+    for (size_t n : {509u, 510u, 5000u}) {
         const std::string body(n, 'y');
         VBcvTrace("%s|%d", body.c_str(), 7);
         expected.push_back(body + "|7");
@@ -174,6 +124,60 @@ TEST_F(TraceTest, SinkReceivesFormattedLinesUntilRemoved) {
     PixmillSetTraceSink(nullptr, nullptr);
     VBcvTrace("after %d", 1);
     EXPECT_EQ(got, expected);
+}
+
+// ---------------------------------------------------------------------------
+// Platform layer: path mapping, text conversion and file times
+// ---------------------------------------------------------------------------
+
+using PlatformTest = PixmillTest;
+
+TEST_F(PlatformTest, NativePathMapsDrivesUnderRootAndBackslashes) {
+    const std::string root = m_root->path().string();
+    const std::pair<const char*, std::string> cases[] = {
+        {"C:\\PROBERPARAM\\ParaImg\\PinImage\\PinRefimage.bmp",
+         root + "/C/PROBERPARAM/ParaImg/PinImage/PinRefimage.bmp"},
+        {"d:\\x", root + "/D/x"},
+        {"c:/mixed\\seps", root + "/C/mixed/seps"},
+        {"C:name", root + "/C/name"},
+        {"/data/frames\\img", "/data/frames/img"},
+        {"relative\\dir\\f.bmp", "relative/dir/f.bmp"},
+        {"1:\\not-a-drive", "1:/not-a-drive"}};
+    for (const auto& [in, out] : cases) {
+        EXPECT_EQ(platform::NativePath(std::string(in)), out) << in;
+        EXPECT_EQ(platform::NativePath(platform::FromUtf8(in)), out) << in;
+    }
+    platform::SetRoot("/srv/pix///");
+    EXPECT_EQ(platform::NativePath(std::string("E:\\a")), "/srv/pix/E/a");
+}
+
+TEST(PlatformText, Utf8RoundTripsAndInvalidInputBecomesReplacements) {
+    const std::pair<std::wstring, std::string> valid[] = {
+        {L"", ""},
+        {L"\u00e9t\u00e9", "\xC3\xA9t\xC3\xA9"},
+        {L"\u20ac\uFFFD", "\xE2\x82\xAC\xEF\xBF\xBD"},
+        {L"\U0001F600x\U0010FFFF", "\xF0\x9F\x98\x80x\xF4\x8F\xBF\xBF"}};
+    for (const auto& [wide, utf8] : valid) {
+        EXPECT_EQ(platform::ToUtf8(wide), utf8) << utf8;
+        EXPECT_EQ(platform::FromUtf8(utf8), wide) << utf8;
+    }
+    EXPECT_EQ(platform::ToUtf8(static_cast<const wchar_t*>(nullptr)), "");
+    EXPECT_EQ(platform::FromUtf8(static_cast<const char*>(nullptr)), L"");
+
+    // One U+FFFD per byte that starts no valid sequence.
+    const std::pair<std::string, std::wstring> invalid[] = {
+        {"a\xE2\x82", L"a\uFFFD\uFFFD"},                     // truncated at the end
+        {"\xE2(\xA1", L"\uFFFD(\uFFFD"},                     // continuation missing
+        {"\xC0\x80", L"\uFFFD\uFFFD"},                       // overlong
+        {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},             // surrogate
+        {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"}};  // above U+10FFFF
+    for (const auto& [utf8, wide] : invalid) EXPECT_EQ(platform::FromUtf8(utf8), wide);
+    std::wstring bad{L'a', static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000)};
+    EXPECT_EQ(platform::ToUtf8(bad), "a\xEF\xBF\xBD\xEF\xBF\xBD");
+
+    // UTF-16: lone surrogates are replaced (pairs join in the recipe files).
+    const std::u16string lone{u'a', char16_t(0xD83D), u'b', char16_t(0xDE00)};
+    EXPECT_EQ(platform::FromUtf16(lone.data(), lone.size()), L"a\uFFFDb\uFFFD");
 }
 
 }  // namespace
