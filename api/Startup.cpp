@@ -19,7 +19,7 @@ std::mutex g_startupMutex;
 bool g_started = false;
 std::optional<logging::Thresholds> g_hostLevels;
 
-// Designed start-up levels: errors to the file and the debug output, nothing
+// Start-up levels: errors to the file and the debug output, nothing
 // to the console.
 constexpr logging::Thresholds kStartupLevels{4, 6, 4};
 

@@ -20,7 +20,7 @@ std::wstring WideText(const std::string& bytes);
 // A string escaped for use inside a JSON string literal.
 std::string JsonEscape(const std::string& text);
 
-// The designed outcome for a bad number in parameter text: these two leave
+// The documented outcome for a bad number in parameter text: these two leave
 // through the exported calls. Anything else that escapes is a finding and
 // is allowed to crash the target.
 template <typename F>

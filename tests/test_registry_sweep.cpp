@@ -1,5 +1,5 @@
 // Every filter of the library, through the registry: present under its
-// designed name, with sane pins and parameters, and able to run once on a
+// registered name, with sane pins and parameters, and able to run once on a
 // small image without anything leaving its Process.
 #include <gtest/gtest.h>
 
