@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <memory>
+#include <sys/stat.h>
 
 #include "FilterHarness.h"
 #include "TestFilters.h"
@@ -443,6 +444,22 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(SizeCase{9, 0, 0}, SizeCase{10, 10, 0},
                       // é and the emoji take 2 and 4 bytes for one character each
                       SizeCase{1048576, 1048576 - 4, 2}, SizeCase{1048577, 1048576 - 4, 0}));
+
+}  // namespace
+}  // namespace pixmill::test
+
+namespace pixmill::test {
+namespace {
+
+// A recipe path that names a named pipe once blocked the reading call until
+// something wrote to the pipe; only regular files are read now.
+TEST_F(RecipeFileTest, NamedPipeIsRefusedInsteadOfBlocking) {
+    auto dir = m_root->path() / "C" / "recipes";
+    std::filesystem::create_directories(dir);
+    ASSERT_EQ(::mkfifo((dir / "pipe.json").c_str(), 0600), 0);
+    EXPECT_EQ(ReadRecipeFile(L"C:\\recipes\\pipe.json"), L"");
+    EXPECT_EQ(ReadRecipeFile(L"C:\\recipes"), L"");  // a folder neither
+}
 
 }  // namespace
 }  // namespace pixmill::test
