@@ -41,4 +41,12 @@ void ReportRatio(benchmark::State& state, const std::string& baselineName, doubl
     if (base > 0) state.counters["ratio"] = nanosPerIteration / base;
 }
 
+int RunRegistered(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
+
 }  // namespace pixmill::bench

@@ -29,4 +29,8 @@ double Baseline(const std::string& name);  // 0 when not recorded
 // a counter, when the baseline has been measured earlier in the same run.
 void ReportRatio(benchmark::State& state, const std::string& baselineName, double nanosPerIteration);
 
+// Runs the registered benchmarks with the command line's options; returns
+// the program's exit code.
+int RunRegistered(int argc, char** argv);
+
 }  // namespace pixmill::bench

@@ -140,9 +140,5 @@ int main(int argc, char** argv) {
             ->MinTime(2.0)
             ->UseRealTime();
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return pixmill::bench::RunRegistered(argc, argv);
 }
