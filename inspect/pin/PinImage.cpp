@@ -101,16 +101,29 @@ void AreaFilterContours(const cv::Mat& source, cv::Mat& destination, double mini
     }
 }
 
-PinCircleResult EnclosingCircleOf(const cv::Mat& source, cv::Mat& destination) {
-    PinCircleResult result;
+namespace {
+
+// Prepares the destination like the source and gives the first contour of
+// the source; false when it has none.
+bool FirstContour(const cv::Mat& source, cv::Mat& destination, std::vector<cv::Point>& first) {
     EnsureLike(source, destination);
     std::vector<std::vector<cv::Point>> contours;
     std::vector<cv::Vec4i> hierarchy;
     FindContours(source, contours, hierarchy);
-    if (contours.empty()) return result;
+    if (contours.empty()) return false;
+    first = std::move(contours[0]);
+    return true;
+}
+
+}  // namespace
+
+PinCircleResult EnclosingCircleOf(const cv::Mat& source, cv::Mat& destination) {
+    PinCircleResult result;
+    std::vector<cv::Point> contour;
+    if (!FirstContour(source, destination, contour)) return result;
     cv::Point2f center;
     float radius = 0.0f;
-    cv::minEnclosingCircle(contours[0], center, radius);
+    cv::minEnclosingCircle(contour, center, radius);
     result.center = cv::Point(static_cast<int>(center.x), static_cast<int>(center.y));
     result.radius = radius;
     cv::circle(destination, result.center, static_cast<int>(radius), kWhite, cv::FILLED, cv::LINE_8,
@@ -120,12 +133,9 @@ PinCircleResult EnclosingCircleOf(const cv::Mat& source, cv::Mat& destination) {
 
 PinBoxResult BoundingBoxOf(const cv::Mat& source, cv::Mat& destination, int thickness) {
     PinBoxResult result;
-    EnsureLike(source, destination);
-    std::vector<std::vector<cv::Point>> contours;
-    std::vector<cv::Vec4i> hierarchy;
-    FindContours(source, contours, hierarchy);
-    if (contours.empty()) return result;
-    const cv::Rect r = cv::boundingRect(contours[0]);
+    std::vector<cv::Point> contour;
+    if (!FirstContour(source, destination, contour)) return result;
+    const cv::Rect r = cv::boundingRect(contour);
     cv::rectangle(destination, cv::Point(r.x, r.y), cv::Point(r.x + r.width, r.y + r.height),
                   kWhite, thickness, cv::LINE_8, 0);
     result.width = r.width;
