@@ -8,9 +8,9 @@
 // failure is logged and the filter's output pins keep what they held.
 #include "Filters/BinaryFilter.h"
 
-#include <cwchar>
 #include <opencv2/imgproc.hpp>
 
+#include "Filters/ImageLoop.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -48,14 +48,12 @@ void CBinaryFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     const int threshold = pixmill::ParamValue<int>(params, L"Threshold", 127);
     const bool invert = pixmill::ParamValue<bool>(params, L"Invert", false);
 
-    // Pull the inputs: GetImage on an input pin runs the upstream filters.
-    // The images stay owned by the pin and are read-only here. Every input
-    // image gives one output image, in order.
-    std::vector<cv::Mat> results;
-    for (IPin* pin : pins) {
-        if (pin->IsOutput()) continue;
-        for (cv::Mat* image : pin->GetImage()) {
-            const cv::Mat src = image ? *image : cv::Mat();
+    // Pull the inputs and map each image to one output image. MapInputImages
+    // calls GetImage on every input pin in pin order (which runs the upstream
+    // filters) and hands each image to the lambda. The images stay owned by
+    // their pins and are read-only here: write into images you create.
+    std::vector<cv::Mat> results =
+        pixmill::filters::MapInputImages(pins, [&](const cv::Mat& src) {
             // The round trip through three channels accepts one-channel
             // images only: GRAY2BGR throws on a colour image, and that
             // exception is how the filter refuses it.
@@ -66,22 +64,18 @@ void CBinaryFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
             cv::cvtColor(bgr, gray, cv::COLOR_RGB2GRAY);
             cv::threshold(gray, dst, threshold, 255,
                           invert ? cv::THRESH_BINARY_INV : cv::THRESH_BINARY);
-            results.push_back(dst);
-        }
-    }
+            return dst;
+        });
 
-    // Set the outputs: every output pin gets the whole list. SetImage makes
-    // its own deep copies, so the local images may go when Proc returns.
-    std::vector<cv::Mat*> out;
-    for (cv::Mat& m : results) out.push_back(&m);
-    for (IPin* pin : pins)
-        if (pin->IsOutput()) pin->SetImage(out);
+    // Set the outputs: every output pin gets the whole list and stores its
+    // own copies, so the local images may go when Proc returns.
+    pixmill::filters::SetOutputImages(pins, results);
 
     // Write the result: a JSON fragment that the recipe's result document
     // pastes in unquoted. A filter that writes none reports "" there.
-    wchar_t text[64];
-    std::swprintf(text, 64, L"{\"threshold\":%d}", threshold);
-    m_result = text;
+    // SetResult formats numbers in the C locale, so the fragment stays valid
+    // JSON under any host locale; never format result numbers by hand.
+    SetResult(L"{\"threshold\":%d}", threshold);
 }
 
 void CBinaryFilter::Trace() {

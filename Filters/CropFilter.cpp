@@ -69,10 +69,8 @@ void CCropFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     });
     pixmill::filters::SetOutputImages(pins, results);
 
-    wchar_t text[160];
-    std::swprintf(text, 160, L"{\"x\":\"%d\", \"y\":\"%d\", \"width\":\"%d\", \"height\":\"%d\"}",
+    SetResult(L"{\"x\":\"%d\", \"y\":\"%d\", \"width\":\"%d\", \"height\":\"%d\"}",
                   x, y, width, height);
-    m_result = text;
 }
 
 void CCropFilter::Trace() {

@@ -43,9 +43,7 @@ void CEnhanceFilter_AutoScale::Proc(std::vector<IPin*> pins, std::vector<IParam*
             cv::Mat dst(src.size(), CV_8UC1);
             pixmill::EnhanceImage(src.data, dst.data, src.cols, src.rows, direction, sigma, gain);
             // Rewritten for every image: the text reports the last one.
-            wchar_t text[64];
-            std::swprintf(text, 64, L"{\"fScale\":%.2f}", static_cast<double>(gain));
-            m_result = text;
+            SetResult(L"{\"fScale\":%.2f}", static_cast<double>(gain));
             return dst;
         });
     pixmill::filters::SetOutputImages(pins, results);

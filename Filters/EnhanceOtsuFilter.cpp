@@ -29,9 +29,7 @@ void CEnhanceOtsuFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> para
             const int threshold = pixmill::Enhance_Threshold_Otsu(src.data, dst.data, src.cols,
                                                                   src.rows, bright, absolute);
             // Rewritten for every image: the text reports the last one.
-            wchar_t text[64];
-            std::swprintf(text, 64, L"{\"threshold\":%d}", threshold);
-            m_result = text;
+            SetResult(L"{\"threshold\":%d}", threshold);
             return dst;
         });
     pixmill::filters::SetOutputImages(pins, results);

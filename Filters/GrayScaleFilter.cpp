@@ -30,9 +30,7 @@ void CGrayScaleFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params
     });
     pixmill::filters::SetOutputImages(pins, results);
 
-    wchar_t text[64];
-    std::swprintf(text, 64, L"{\"threshold\":%d}", threshold);
-    m_result = text;
+    SetResult(L"{\"threshold\":%d}", threshold);
 }
 
 void CGrayScaleFilter::Trace() {

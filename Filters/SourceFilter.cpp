@@ -23,14 +23,11 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     for (const MasterImage& master : m_masterImages) {
         if (master.ImageID == imageId) found.push_back(master.image);
     }
-
-    wchar_t result[64];
     if (!found.empty()) {
         for (IPin* pin : pins)
             if (pin->IsOutput()) pin->SetImage(found);
-        std::swprintf(result, 64, L"{\"Count\":\"%d\" , \"Type\":\"Master\"}",
+        SetResult(L"{\"Count\":\"%d\" , \"Type\":\"Master\"}",
                       static_cast<int>(found.size()));
-        m_result = result;
         return;
     }
 
@@ -40,8 +37,7 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     std::vector<cv::Mat*> images{&image};
     for (IPin* pin : pins)
         if (pin->IsOutput()) pin->SetImage(images);
-    std::swprintf(result, 64, L"{\"Count\":\"%d\" , \"Type\":\"Path\"}", 1);
-    m_result = result;
+    SetResult(L"{\"Count\":\"%d\" , \"Type\":\"Path\"}", 1);
 }
 
 void CSourceFilter::Trace() {

@@ -8,6 +8,7 @@
 
 #include "logging/LogRetention.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::api {
 

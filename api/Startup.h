@@ -18,7 +18,5 @@ void SetHostLogLevels(const logging::Thresholds& levels);
 // Parses "file,console,debug" (three integers). Empty when malformed.
 std::optional<logging::Thresholds> ParseLogLevels(const char* text);
 
-// Forgets that start-up ran and any host levels. For tests.
-void ResetStartupForTesting();
 
 }  // namespace pixmill::api

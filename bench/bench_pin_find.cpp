@@ -15,6 +15,7 @@
 #include "inspect/pin/PinFindEX.h"
 #include "pixmill/pixmill.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::bench {
 namespace {

@@ -1,49 +1,13 @@
-# Every source unit of the library, by folder.
-set(PIXMILL_SOURCES
-  platform/Platform.cpp
-  logging/Logger.cpp
-  logging/LogRetention.cpp
-  logging/Trace.cpp
-  framework/Json.cpp
-  framework/Param.cpp
-  framework/Pin.cpp
-  framework/Filter.cpp
-  framework/FilterRegistry.cpp
-  framework/ImageFiles.cpp
-  recipe/Recipe.cpp
-  recipe/RecipeProcess.cpp
-  Filters/SourceFilter.cpp
-  Filters/LoggerPathFilter.cpp
-  Filters/DrawCircleFilter.cpp
-  Filters/BinaryFilter.cpp
-  Filters/GrayScaleFilter.cpp
-  Filters/BlurFilter.cpp
-  Filters/GaussianBlurFilter.cpp
-  Filters/CannyEdgeFilter.cpp
-  Filters/MorphologyFilter.cpp
-  Filters/InvertFilter.cpp
-  Filters/CropFilter.cpp
-  Filters/ImageMaskFilter.cpp
-  Filters/ImageOverlapFilter.cpp
-  Filters/SideBySideFilter.cpp
-  Filters/HistogramFilter.cpp
-  api/Startup.cpp
-  api/FilterInfo.cpp
-  api/Extensions.cpp
-  api/ImageRecords.cpp
-  api/ImageBuffer.cpp
-  api/Execute.cpp
-  api/SmallExports.cpp
-  inspect/Inspection.cpp
-  inspect/pin/PinImage.cpp
-  inspect/pin/PinFind.cpp
-  inspect/pin/PinFindEX.cpp
-  inspect/pin/CrownPinFind.cpp
-  api/PinExports.cpp
-  enhance/Enhance.cpp
-  api/EnhanceExports.cpp
-  Filters/EnhanceFilter.cpp
-  Filters/EnhanceFilter_AutoScale.cpp
-  Filters/EnhanceOtsuFilter.cpp
+# Every source unit of the library: each .cpp file in the library's folders.
+# A new filter or inspection joins the build by being added to its folder.
+file(GLOB_RECURSE PIXMILL_SOURCES CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/platform/*.cpp
+  ${PROJECT_SOURCE_DIR}/logging/*.cpp
+  ${PROJECT_SOURCE_DIR}/framework/*.cpp
+  ${PROJECT_SOURCE_DIR}/recipe/*.cpp
+  ${PROJECT_SOURCE_DIR}/Filters/*.cpp
+  ${PROJECT_SOURCE_DIR}/api/*.cpp
+  ${PROJECT_SOURCE_DIR}/inspect/*.cpp
+  ${PROJECT_SOURCE_DIR}/enhance/*.cpp
 )
-list(TRANSFORM PIXMILL_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
+list(SORT PIXMILL_SOURCES)

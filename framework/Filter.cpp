@@ -1,9 +1,11 @@
 #include "framework/Filter.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <exception>
 
 #include "logging/Logger.h"
+#include "platform/Platform.h"
 
 using pixmill::JsonValue;
 using pixmill::logging::LogA;
@@ -132,6 +134,14 @@ void CFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params*/) {
     for (cv::Mat& m : held) images.push_back(&m);
     for (IPin* pin : pins)
         if (pin->IsOutput()) pin->SetImage(images);
+}
+
+void CFilter::SetResult(const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::wstring text;
+    if (pixmill::platform::FormatWide(format, args, text)) m_result = std::move(text);
+    va_end(args);
 }
 
 void CFilter::Trace() {

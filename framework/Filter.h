@@ -94,6 +94,11 @@ protected:
         return param;
     }
 
+    // Sets the result fragment by wide printf rules. Numbers are written in
+    // the C locale, so the fragment stays valid JSON whatever locale the host
+    // has set ("1.57", never "1,57").
+    void SetResult(const wchar_t* format, ...);
+
     std::vector<IPin*> m_pins;
     std::vector<IParam*> m_params;
     std::wstring m_name = L"##Filter";

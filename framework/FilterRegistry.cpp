@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "framework/Filter.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill {
 
@@ -32,8 +33,8 @@ std::vector<std::wstring> FilterRegistry::List() const {
     return names;
 }
 
-void FilterRegistry::Unregister(const std::wstring& name) {
-    m_factories.erase(name);
+void UnregisterFilterForTesting(const std::wstring& name) {
+    FilterRegistry::Instance().m_factories.erase(name);
 }
 
 namespace {

@@ -35,8 +35,6 @@ public:
     // The registered names, in no promised order.
     std::vector<std::wstring> List() const;
 
-    // Removes a name. For tests that register filters of their own.
-    void Unregister(const std::wstring& name);
 
     // The filter description document:
     //   {"filters":[{"Name":"...","Pin":[{ "Name":"IN_In", "Key":1},...,],
@@ -46,6 +44,7 @@ public:
     std::wstring Describe() const;
 
 private:
+    friend void UnregisterFilterForTesting(const std::wstring& name);
     FilterRegistry() = default;
     std::unordered_map<std::wstring, Factory> m_factories;
 };

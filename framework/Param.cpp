@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "platform/Platform.h"
+
 namespace sorvik {
 
 std::wstring BuildAttributes(const std::wstring& value, const std::wstring& def,
@@ -39,7 +41,7 @@ float ConvertFloat(const std::wstring& text) {
     const wchar_t* begin = text.c_str();
     wchar_t* end = nullptr;
     errno = 0;
-    float v = std::wcstof(begin, &end);
+    float v = pixmill::platform::ParseFloat(begin, &end);
     if (end == begin) throw std::invalid_argument("invalid stof argument");
     if (errno == ERANGE) throw std::out_of_range("stof argument out of range");
     return v;
@@ -49,7 +51,7 @@ int ConvertInt(const std::wstring& text) {
     const wchar_t* begin = text.c_str();
     wchar_t* end = nullptr;
     errno = 0;
-    long v = std::wcstol(begin, &end, 10);
+    long v = pixmill::platform::ParseLong(begin, &end);
     if (end == begin) throw std::invalid_argument("invalid stoi argument");
     // long is 64 bits here: a number beyond 32 bits is out of range as well.
     if (errno == ERANGE || v > INT_MAX || v < INT_MIN)

@@ -11,6 +11,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/Platform.h"
+
 class IParam {
 public:
     virtual const wchar_t* GetName() = 0;
@@ -46,6 +48,7 @@ template <typename T>
 std::wstring FormatAttributeNumber(const T& number) {
     wchar_t buf[64] = {};
     int n = -1;
+    pixmill::platform::ClassicNumbers classic;
     if constexpr (std::is_same_v<T, int>) {
         n = std::swprintf(buf, 64, L"%d", number);
     } else if constexpr (std::is_same_v<T, float>) {

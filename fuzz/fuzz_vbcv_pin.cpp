@@ -11,6 +11,7 @@
 #include "inspect/pin/PinFind.h"
 #include "pixmill/pixmill.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace {
 

@@ -12,26 +12,14 @@
 #include "framework/ImageFiles.h"
 #include "logging/Trace.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::inspect {
 
 namespace {
 
 std::string FormatV(const char* format, va_list args) {
-    va_list again;
-    va_copy(again, args);
-    char small[256];
-    const int n = std::vsnprintf(small, sizeof small, format, args);
-    std::string text;
-    if (n >= 0 && static_cast<size_t>(n) < sizeof small) {
-        text.assign(small, static_cast<size_t>(n));
-    } else if (n >= 0) {
-        text.resize(static_cast<size_t>(n) + 1);
-        std::vsnprintf(text.data(), text.size(), format, again);
-        text.resize(static_cast<size_t>(n));
-    }
-    va_end(again);
-    return text;
+    return platform::FormatNarrow(format, args);
 }
 
 class FileStore final : public ImageStore {

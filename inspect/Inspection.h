@@ -12,6 +12,7 @@
 
 #include <opencv2/core.hpp>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -65,17 +66,22 @@ private:
 };
 
 // Runs `body` and returns its result. Any exception that escapes it (a Fail
-// must be handled inside) is answered by `stray()`; should that throw too,
-// a value-initialised result comes back. No exception leaves.
-template <class Body, class Stray>
-auto RunGuarded(Body&& body, Stray&& stray) noexcept -> decltype(body()) {
+// must be handled inside) is answered by `stray()`, which traces the
+// family's "Fail" line and returns its failure record; should that throw too
+// (out of memory while tracing), `failure` itself comes back. `failure` is
+// the family's failure record, never a success: a false "found" moves a probe
+// card. No exception leaves.
+template <class Result, class Body, class Stray>
+Result RunGuarded(const Result& failure, Body&& body, Stray&& stray) noexcept {
+    static_assert(std::is_nothrow_copy_constructible_v<Result>,
+                  "the failure record must be returned without allocating");
     try {
         return body();
     } catch (...) {
         try {
             return stray();
         } catch (...) {
-            return decltype(body()){};
+            return failure;
         }
     }
 }
@@ -101,9 +107,7 @@ public:
 ImageStore& Files();
 
 // Each debug image is written after a pause of 1 ms, the pin family's
-// habit before a save. Tests switch the pause off so they never sleep; it is
-// on by default.
-void SetSavePauses(bool enabled);
+// habit before a save (tests switch it off through TestHooks.h).
 void PauseBeforeSave();
 
 // Pauses (when enabled) and writes a debug image.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::logging {
 
@@ -76,7 +77,11 @@ void LogW(int level, const wchar_t* format, ...) {
     va_start(args, format);
     va_list again;
     va_copy(again, args);
-    int n = std::vswprintf(buf.data(), buf.size(), format, args);
+    int n;
+    {
+        platform::ClassicNumbers classic;
+        n = std::vswprintf(buf.data(), buf.size(), format, args);
+    }
     va_end(args);
     // The C library reports an overflowing message as a failure, however long
     // it is; format it again without a size limit and keep the first 8191
@@ -98,7 +103,11 @@ void LogA(int level, const char* format, ...) {
     char buf[kNarrowMessageBytes + 1];
     va_list args;
     va_start(args, format);
-    int n = std::vsnprintf(buf, sizeof buf, format, args);
+    int n;
+    {
+        platform::ClassicNumbers classic;
+        n = std::vsnprintf(buf, sizeof buf, format, args);
+    }
     va_end(args);
     if (n < 0) return;
     size_t len = std::min<size_t>(static_cast<size_t>(n), kNarrowMessageBytes);

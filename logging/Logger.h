@@ -53,7 +53,5 @@ std::wstring LogFileNameForNow();
 // level 1. Returns "" if the result would not fit the prefix buffer.
 std::wstring DefaultLogPathPrefix();
 
-// Returns the logger to its state at load: thresholds 6, empty prefix.
-void ResetForTesting();
 
 }  // namespace pixmill::logging

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "platform/Platform.h"
+
 namespace pixmill::logging {
 
 namespace {
@@ -32,18 +34,8 @@ void EmitTrace(const char* format, va_list args) {
         user = g_user;
     }
     if (!sink || !format) return;
-    va_list again;
-    va_copy(again, args);
-    char small[512];
-    int n = std::vsnprintf(small, sizeof small, format, args);
-    if (n >= 0 && static_cast<size_t>(n) < sizeof small) {
-        sink(small, user);
-    } else if (n >= 0) {
-        std::string big(static_cast<size_t>(n) + 1, '\0');
-        std::vsnprintf(big.data(), big.size(), format, again);
-        sink(big.c_str(), user);
-    }
-    va_end(again);
+    const std::string text = platform::FormatNarrow(format, args);
+    sink(text.c_str(), user);
 }
 
 }  // namespace pixmill::logging

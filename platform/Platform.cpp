@@ -1,6 +1,8 @@
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 #include <dlfcn.h>
+#include <locale.h>
 #include <pthread.h>
 #include <syslog.h>
 #include <time.h>
@@ -155,7 +157,61 @@ std::wstring FromUtf16(const char16_t* units, size_t count) {
     return out;
 }
 
+namespace {
+
+// One C locale object for the whole process, made on first use and never
+// freed, so a guard in a host's static destructor still finds it.
+locale_t ClassicLocale() {
+    static const locale_t classic = ::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+    return classic;
+}
+
+}  // namespace
+
+ClassicNumbers::ClassicNumbers() noexcept : m_previous(nullptr) {
+    const locale_t classic = ClassicLocale();
+    if (classic) m_previous = ::uselocale(classic);
+}
+
+ClassicNumbers::~ClassicNumbers() {
+    if (m_previous) ::uselocale(static_cast<locale_t>(m_previous));
+}
+
+std::string FormatNarrow(const char* format, va_list args) {
+    ClassicNumbers classic;
+    va_list again;
+    va_copy(again, args);
+    char small[256];
+    const int n = std::vsnprintf(small, sizeof small, format, args);
+    std::string text;
+    if (n >= 0 && static_cast<size_t>(n) < sizeof small) {
+        text.assign(small, static_cast<size_t>(n));
+    } else if (n >= 0) {
+        text.resize(static_cast<size_t>(n) + 1);
+        std::vsnprintf(text.data(), text.size(), format, again);
+        text.resize(static_cast<size_t>(n));
+    }
+    va_end(again);
+    return text;
+}
+
+float ParseFloat(const wchar_t* text, wchar_t** end) {
+    ClassicNumbers classic;
+    return std::wcstof(text, end);
+}
+
+double ParseDouble(const wchar_t* text, wchar_t** end) {
+    ClassicNumbers classic;
+    return std::wcstod(text, end);
+}
+
+long ParseLong(const wchar_t* text, wchar_t** end) {
+    ClassicNumbers classic;
+    return std::wcstol(text, end, 10);
+}
+
 bool FormatWide(const wchar_t* format, va_list args, std::wstring& out) {
+    ClassicNumbers classic;
     // A wide memory stream grows with the text and, unlike vswprintf, tells an
     // encoding error apart from a buffer that is too small.
     wchar_t* data = nullptr;

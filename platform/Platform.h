@@ -31,9 +31,37 @@ std::wstring FromUtf8(const char* text);  // null gives ""
 // Unpaired surrogates become U+FFFD.
 std::wstring FromUtf16(const char16_t* units, size_t count);
 
-// Formats wide text by the C library's wide printf rules, however long the
-// result. Returns false on a format or encoding error.
+// Formats wide text by the C library's wide printf rules in the C locale,
+// however long the result. Returns false on a format or encoding error.
 bool FormatWide(const wchar_t* format, va_list args, std::wstring& out);
+
+// Numbers in every text the library reads or writes (parameter values,
+// result fragments, attributes, log and trace lines) use the C locale: a
+// point before the fraction, no grouping. A host may set any locale of its
+// own (a decimal-comma locale makes "2.5" read as 2 and print as "2,5");
+// while this guard lives, the calling thread alone uses the C locale, and the
+// host's setting is back when it goes. Guards nest.
+class ClassicNumbers {
+public:
+    ClassicNumbers() noexcept;
+    ~ClassicNumbers();
+    ClassicNumbers(const ClassicNumbers&) = delete;
+    ClassicNumbers& operator=(const ClassicNumbers&) = delete;
+
+private:
+    void* m_previous;
+};
+
+// Formats narrow text by the C library's printf rules in the C locale,
+// however long the result. Returns "" on a format error.
+std::string FormatNarrow(const char* format, va_list args);
+
+// Reads the leading number of a wide text in the C locale, as wcstof,
+// wcstod and wcstol do (leading white space skipped, `end` set past the
+// number, errno ERANGE when out of range).
+float ParseFloat(const wchar_t* text, wchar_t** end);
+double ParseDouble(const wchar_t* text, wchar_t** end);
+long ParseLong(const wchar_t* text, wchar_t** end);
 
 // ---------------------------------------------------------------------------
 // Paths
@@ -113,9 +141,6 @@ int64_t FileLastWrite(const std::string& nativePath);
 // failure.
 bool SetFileLastWrite(const std::string& nativePath, int64_t fileTime);
 
-// Pins the clock to a fixed Unix time in milliseconds, or releases it with
-// a negative value. For tests, which must not depend on the real clock.
-void PinClockForTesting(int64_t unixMillis);
 
 // ---------------------------------------------------------------------------
 // Process
@@ -145,9 +170,6 @@ size_t StackBytesLeft();
 // facility user, priority debug).
 void DebugOutput(const std::string& text);
 
-// Replaces the debug channel, or restores syslog with an empty function.
-// For tests, which read what reached the channel.
-void SetDebugOutputForTesting(std::function<void(const std::string&)> sink);
 
 // ---------------------------------------------------------------------------
 // Image library version

@@ -7,6 +7,7 @@
 
 #include "framework/Filter.h"
 #include "framework/FilterRegistry.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::test {
 
@@ -105,7 +106,7 @@ public:
             [] { return static_cast<IBaseObject*>(new CThrowingFilter(false)); });
     }
     ~ScopedTestTypes() {
-        for (const std::wstring& name : m_names) FilterRegistry::Instance().Unregister(name);
+        for (const std::wstring& name : m_names) UnregisterFilterForTesting(name);
     }
     void Add(const wchar_t* name, FilterRegistry::Factory factory) {
         FilterRegistry::Instance().Register(name, std::move(factory));

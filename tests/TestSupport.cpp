@@ -10,6 +10,7 @@
 #include "logging/Logger.h"
 #include "logging/Trace.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace fs = std::filesystem;
 

@@ -12,6 +12,7 @@
 #include "logging/LogRetention.h"
 #include "logging/Logger.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace fs = std::filesystem;
 

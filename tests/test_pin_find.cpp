@@ -19,6 +19,7 @@
 #include "logging/Trace.h"
 #include "pixmill/pixmill.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::inspect::pin {
 namespace {
@@ -97,7 +98,7 @@ protected:
     }
     std::vector<std::string> FailureImages() const {
         std::vector<std::string> names;
-        const fs::path folder = platform::NativePath(PinFailureFolder());
+        const fs::path folder = platform::NativePath(std::wstring(kPinFailureFolder));
         std::error_code ec;
         for (const auto& e : fs::directory_iterator(folder, ec))
             names.push_back(e.path().filename());
@@ -315,13 +316,13 @@ TEST_P(SaveModeTest, MoveAndBorderImagesFollowTheMode) {
     WriteInput(DiscCutLeft());
     EXPECT_EQ(Search({.search = Call::kWrap, .divisor = 4, .mode = mode}).Code, 7.0);
     EXPECT_EQ(FailureImages().size(), kept ? 2u : 0u);
-    fs::remove_all(platform::NativePath(PinFailureFolder()));
+    fs::remove_all(platform::NativePath(std::wstring(kPinFailureFolder)));
 
     // The mode stays for later calls of the other searches.
     WriteInput(CornerSquare());
     EXPECT_EQ(Search({.sType = RECTANGLE, .aType = CIRCLE, .tx = 16, .ty = 16}).Code, 10.0);
     EXPECT_EQ(FailureImages().size(), kept ? 2u : 0u);
-    fs::remove_all(platform::NativePath(PinFailureFolder()));
+    fs::remove_all(platform::NativePath(std::wstring(kPinFailureFolder)));
 
     // Other codes write them whatever the mode.
     WriteInput(BlackImage());
@@ -511,10 +512,13 @@ TEST(InspectionToolTest, GuardedRunsAnswerEveryEscape) {
     struct Result {
         int code = 0;
     };
-    auto stray = [] { return Result{2}; };
-    EXPECT_EQ(RunGuarded([] { return Result{5}; }, stray).code, 5);
-    EXPECT_EQ(RunGuarded([]() -> Result { throw std::runtime_error("x"); }, stray).code, 2);
-    EXPECT_EQ(RunGuarded([]() -> Result { throw 1; }, []() -> Result { throw 2; }).code, 0);
+    const Result failure{2};
+    auto stray = [] { return Result{3}; };
+    EXPECT_EQ(RunGuarded(failure, [] { return Result{5}; }, stray).code, 5);
+    EXPECT_EQ(RunGuarded(failure, []() -> Result { throw std::runtime_error("x"); }, stray).code, 3);
+    // When answering the failure fails too (out of memory while tracing), the
+    // family's failure record comes back, never a value-initialised success.
+    EXPECT_EQ(RunGuarded(failure, []() -> Result { throw 1; }, []() -> Result { throw std::bad_alloc(); }).code, 2);
 }
 
 }  // namespace

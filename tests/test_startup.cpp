@@ -14,6 +14,7 @@
 #include "logging/Trace.h"
 #include "pixmill/pixmill_ext.h"
 #include "platform/Platform.h"
+#include "framework/TestHooks.h"
 
 namespace pixmill::test {
 namespace {

@@ -13,10 +13,7 @@ namespace pixmill::inspect::pin {
 const wchar_t* const kPinInputImage = L"C:\\PROBERPARAM\\ParaImg\\PinImage\\PinRefimage.bmp";
 const wchar_t* const kPinDebugFolder = L"C:\\PROBERPARAM\\ParaImg\\PinImage\\";
 
-std::wstring& PinFailureFolder() {
-    static std::wstring folder = L"D:\\proberfiles\\PinImage\\";
-    return folder;
-}
+const wchar_t* const kPinFailureFolder = L"D:\\proberfiles\\PinImage\\";
 
 namespace {
 
@@ -539,8 +536,8 @@ PinFindResult PinRun::Handle(const Fail& fail) {
     bool images = code == 3 || code == 4 || code == 5 || code == 6 || code == 8 || code == 13;
     if (code == 7 || code == 10) images = PinImageSaveMode() == -1 || PinImageSaveMode() == 3;
     if (images) {
-        SaveFailureImage(m_store, PinFailureFolder(), 'O', m_loadedGray);
-        SaveFailureImage(m_store, PinFailureFolder(), 'P', m_edge);
+        SaveFailureImage(m_store, kPinFailureFolder, 'O', m_loadedGray);
+        SaveFailureImage(m_store, kPinFailureFolder, 'P', m_edge);
     }
     return PinFindResult{m_resultX, m_resultY, static_cast<double>(code)};
 }
@@ -564,6 +561,7 @@ PinFindResult PinFind(const PinFindArgs& args, ImageStore& store) noexcept {
 
 PinFindResult PinFindWrap(const PinFindArgs& args, int saveMode, ImageStore& store) noexcept {
     RunGuarded(
+        0,
         [] {
             TraceVersion();
             return 0;

@@ -39,8 +39,7 @@ struct PinFindArgs {
 // Fixed files of the pin family.
 extern const wchar_t* const kPinInputImage;   // C:\PROBERPARAM\ParaImg\PinImage\PinRefimage.bmp
 extern const wchar_t* const kPinDebugFolder;  // C:\PROBERPARAM\ParaImg\PinImage\ (debug)
-// The failure image folder, "D:\proberfiles\PinImage\" unless a host changes it.
-std::wstring& PinFailureFolder();
+extern const wchar_t* const kPinFailureFolder;  // D:\proberfiles\PinImage\ (failures)
 
 // ---------------------------------------------------------------------------
 // Steps of the search, each callable on its own
@@ -194,6 +193,7 @@ template <class Body>
 PinFindResult RunPinSearch(const char* tag, const PinFindArgs& args, ImageStore& store,
                            Body&& body) noexcept {
     return RunGuarded(
+        PinFindResult{-1.0, -1.0, 2.0},
         [&]() -> PinFindResult {
             PinRun run(tag, args, store);
             try {
