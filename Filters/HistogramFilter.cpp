@@ -123,11 +123,14 @@ void Measure(const cv::Mat& src, int display, Measurements& out) {
 }
 
 // Draws one bar per value at `gray`, from the left edge, in the second and
-// third row of each band of 4. The largest magnitude spans the width; a bar
-// that is 0 or less, or that has no finite length, is not drawn.
+// third row of each band of 4. The largest finite magnitude spans the width,
+// so one value without a measure (the NaN variance of a one-pixel image)
+// costs only its own bar; a bar that is 0 or less, or that has no finite
+// length, is not drawn.
 void DrawBars(cv::Mat& chart, const std::vector<float>& values, int gray) {
-    const auto [smallest, greatest] = std::minmax_element(values.begin(), values.end());
-    const double span = std::max<double>(*greatest, std::fabs(*smallest));
+    double span = 0.0;
+    for (float v : values)
+        if (std::isfinite(v)) span = std::max(span, std::fabs(static_cast<double>(v)));
     const double scale = chart.cols / span;
     for (size_t i = 0; i < values.size(); ++i) {
         const double length = values[i] * scale;

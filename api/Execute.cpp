@@ -165,7 +165,8 @@ extern "C" int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width
          OrEmpty(param));
     std::wstring text = RecipeTextOf(recipe);
     if (text.empty()) {
-        // The closing line of this call has always repeated its opening word.
+        // The closing line of this call repeats its opening tag, not a
+        // closing one; log readers match on it.
         LogW(2, L"<RecipeExecuteByBuffer>");
         return 0;
     }
@@ -189,7 +190,7 @@ extern "C" int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outS
                                        int* outHeight, const wchar_t* recipe, const wchar_t* param,
                                        wchar_t* resultText, int resultBytes) {
     pixmill::api::EnsureStartup();
-    pixmill::api::CImageBuffer* images = pixmill::api::LookUpImageBuffer(buffer);
+    pixmill::api::BufferUse images = pixmill::api::UseImageBuffer(buffer);
     if (!images) return -1;
     LogW(2,
          L"<RecipeExecuteByBufferID>  "

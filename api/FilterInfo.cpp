@@ -24,8 +24,9 @@ extern "C" int GetFilterInfo(const wchar_t* filter, wchar_t* text, int textBytes
     LogW(2, L"<GetFilterInfo Filter=\"%ls\">", filter ? filter : L"");
     std::wstring doc = pixmill::FilterRegistry::Instance().Describe();
     const int chars = static_cast<int>(std::min<size_t>(doc.size(), INT_MAX));
-    // Counted in characters, copied as that many bytes: the first part of the
-    // document, as callers of this function have always received.
+    // Counted in characters, copied as that many bytes: a caller that sizes
+    // its buffer from the return value receives the first part of the
+    // document, which is what callers of this entry point expect.
     pixmill::api::CopyResultBytes(doc, text, std::min(textBytes, chars));
     LogW(2, L"</GetFilterInfo>");
     return chars;

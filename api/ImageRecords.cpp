@@ -32,10 +32,19 @@ using logging::LogW;
 namespace {
 
 // Arrays and texts handed out in output records, so that a release never
-// frees memory the library did not allocate.
-std::mutex g_allocMutex;
-std::unordered_map<ImageData**, int32_t> g_arrays;
-std::unordered_set<wchar_t*> g_texts;
+// frees memory the library did not allocate. Never destroyed: a host may
+// release its records from its own static destructors or exit handlers,
+// which can run after this library's.
+struct Allocations {
+    std::mutex mutex;
+    std::unordered_map<ImageData**, int32_t> arrays;
+    std::unordered_set<wchar_t*> texts;
+};
+
+Allocations& Handed() {
+    static Allocations* handed = new Allocations();
+    return *handed;
+}
 
 }  // namespace
 
@@ -79,39 +88,64 @@ void ImagesFromRecord(const ImageParam* record, InputImages& images) {
 
 void ImagesToRecord(const std::vector<cv::Mat*>& images, const std::wstring& result,
                     ImageParam* record) {
+    // Everything is built in owning containers first and handed to the
+    // caller's record only when complete: should an allocation fail part-way,
+    // what was built so far is freed on the way out and the record is left
+    // as it was.
+    struct Entry {
+        std::unique_ptr<ImageData> record;
+        std::unique_ptr<uint8_t[]> pixels;
+    };
     const int32_t count = static_cast<int32_t>(images.size());
-    auto** array = new ImageData*[std::max<int32_t>(count, 1)]();
-    for (int32_t i = 0; i < count; ++i) {
-        const cv::Mat& m = *images[i];
-        auto* d = new ImageData();
-        d->width = m.cols;
-        d->height = m.rows;
-        d->channels = static_cast<int8_t>(m.channels());
-        d->ImageID = 0;
-        d->size = static_cast<uint64_t>(m.rows) * m.cols * m.elemSize();
-        d->data = new uint8_t[std::max<uint64_t>(d->size, 1)];
-        CopyPixels(m, d->data, d->size);
-        array[i] = d;
+    std::vector<Entry> entries;
+    entries.reserve(images.size());
+    for (const cv::Mat* image : images) {
+        const cv::Mat& m = *image;
+        Entry e;
+        e.record = std::make_unique<ImageData>();
+        e.record->width = m.cols;
+        e.record->height = m.rows;
+        e.record->channels = static_cast<int8_t>(m.channels());
+        e.record->ImageID = 0;
+        e.record->size = static_cast<uint64_t>(m.rows) * m.cols * m.elemSize();
+        e.pixels.reset(new uint8_t[std::max<uint64_t>(e.record->size, 1)]);
+        CopyPixels(m, e.pixels.get(), e.record->size);
+        entries.push_back(std::move(e));
     }
-    auto* text = new wchar_t[result.size() + 1]();
-    std::copy(result.begin(), result.end(), text);
+    std::unique_ptr<ImageData*[]> array(new ImageData*[std::max<int32_t>(count, 1)]());
+    std::unique_ptr<wchar_t[]> text(new wchar_t[result.size() + 1]());
+    std::copy(result.begin(), result.end(), text.get());
     {
-        std::lock_guard<std::mutex> lock(g_allocMutex);
-        g_arrays[array] = count;
-        g_texts.insert(text);
+        Allocations& handed = Handed();
+        std::lock_guard<std::mutex> lock(handed.mutex);
+        handed.arrays.reserve(handed.arrays.size() + 1);
+        handed.texts.reserve(handed.texts.size() + 1);
+        handed.arrays.emplace(array.get(), count);
+        try {
+            handed.texts.insert(text.get());
+        } catch (...) {
+            handed.arrays.erase(array.get());
+            throw;
+        }
+    }
+    // Nothing below allocates: the record is published whole.
+    for (int32_t i = 0; i < count; ++i) {
+        entries[i].record->data = entries[i].pixels.release();
+        array[i] = entries[i].record.release();
     }
     record->count = count;
-    record->images = array;
-    record->result = text;
+    record->images = array.release();
     record->resultSize = (result.size() + 1) * sizeof(wchar_t);
+    record->result = text.release();
 }
 
 bool ReleaseRecord(ImageParam* record) {
     bool ours = true;
-    std::lock_guard<std::mutex> lock(g_allocMutex);
+    Allocations& handed = Handed();
+    std::lock_guard<std::mutex> lock(handed.mutex);
     if (record->images) {
-        auto it = g_arrays.find(record->images);
-        if (it != g_arrays.end()) {
+        auto it = handed.arrays.find(record->images);
+        if (it != handed.arrays.end()) {
             // The count the library wrote, not what the record says now.
             for (int32_t i = 0; i < it->second; ++i) {
                 if (ImageData* d = record->images[i]) {
@@ -121,7 +155,7 @@ bool ReleaseRecord(ImageParam* record) {
                 }
             }
             delete[] record->images;
-            g_arrays.erase(it);
+            handed.arrays.erase(it);
         } else {
             ours = false;
         }
@@ -131,7 +165,7 @@ bool ReleaseRecord(ImageParam* record) {
         record->count = 0;
     }
     if (record->result) {
-        if (g_texts.erase(record->result)) {
+        if (handed.texts.erase(record->result)) {
             delete[] record->result;
             record->result = nullptr;
         } else {

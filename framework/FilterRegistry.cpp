@@ -9,8 +9,10 @@
 namespace pixmill {
 
 FilterRegistry& FilterRegistry::Instance() {
-    static FilterRegistry registry;
-    return registry;
+    // Never destroyed: a host may run recipes from its own static
+    // destructors, which can run after this library's.
+    static FilterRegistry* registry = new FilterRegistry();
+    return *registry;
 }
 
 bool FilterRegistry::Register(const wchar_t* name, Factory factory) {

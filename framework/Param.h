@@ -82,9 +82,14 @@ public:
         }
     }
 
-    // Flag form: the argument goes to the default only. `value` stays false
-    // until a document sets it, as recipes have always relied on.
-    Param(const wchar_t* name, T def) : CParam(name), defaultValue(def) {}
+    // Flag form, for bool only: the argument goes to the default only, and
+    // `value` stays false until a document sets it, so a flag is off unless
+    // a recipe turns it on. Any other type must use the numeric form (or the
+    // bare one): a two-argument int or float would leave `value` at 0 with
+    // no attributes, which is never what its author meant.
+    Param(const wchar_t* name, T def)
+        requires std::is_same_v<T, bool>
+        : CParam(name), defaultValue(def) {}
 
     const char* GetTypeName() override {
         if constexpr (std::is_same_v<T, bool>) return "bool";

@@ -1,5 +1,6 @@
 #include "framework/Pin.h"
 
+#include <algorithm>
 #include <opencv2/imgproc.hpp>
 
 #include "framework/Filter.h"
@@ -10,13 +11,22 @@ using pixmill::logging::LogW;
 
 namespace {
 
-// Pulls recurse one level per chained filter on the caller's stack. Below
-// this much stack left, a pull stops instead of running another filter, so
+// Pulls recurse one level per chained filter on the caller's stack. Below a
+// reserve of stack left, a pull stops instead of running another filter, so
 // an overlong chain ends with an error line rather than a stack overflow.
-constexpr size_t kStackReserve = 256 * 1024;
+// The reserve is an eighth of the calling thread's stack, between 16 KiB and
+// 256 KiB: room for the last filter's own work on the 8 MiB main thread,
+// and still most of the stack for the recipe on a host's small worker
+// thread, where a fixed 256 KiB would refuse every pull.
+size_t StackReserve() {
+    constexpr size_t kLeast = 16 * 1024, kMost = 256 * 1024;
+    const size_t size = pixmill::platform::StackSize();
+    if (size == 0) return kMost;
+    return std::clamp(size / 8, kLeast, kMost);
+}
 
 bool StackTooLow(int key) {
-    if (pixmill::platform::StackBytesLeft() >= kStackReserve) return false;
+    if (pixmill::platform::StackBytesLeft() >= StackReserve()) return false;
     LogW(4, L"<ERROR func=\"CPin::GetImage\" result=\"pull too deep\" key=\"%d\"/>", key);
     return true;
 }

@@ -18,8 +18,17 @@ std::atomic<int> g_debugThreshold{6};
 std::atomic<int> g_consoleThreshold{6};
 std::atomic<int> g_fileThreshold{6};
 
-std::mutex g_prefixMutex;
-std::wstring g_prefix;
+// The log path prefix. Never destroyed: a host may log (through any export)
+// from its own static destructors, which can run after this library's.
+struct PrefixState {
+    std::mutex mutex;
+    std::wstring prefix;
+};
+
+PrefixState& Prefix() {
+    static PrefixState* state = new PrefixState();
+    return *state;
+}
 
 std::string TimeStamp() {
     platform::LocalTime t = platform::NowLocal();
@@ -32,8 +41,8 @@ std::string TimeStamp() {
 bool AnySinkTakes(int level) {
     if (g_debugThreshold.load() <= level || g_consoleThreshold.load() <= level) return true;
     if (g_fileThreshold.load() > level) return false;
-    std::lock_guard<std::mutex> lock(g_prefixMutex);
-    return !g_prefix.empty();
+    std::lock_guard<std::mutex> lock(Prefix().mutex);
+    return !Prefix().prefix.empty();
 }
 
 // Appends one message to today's file. The file is opened and closed for each
@@ -129,18 +138,18 @@ void SetThresholds(const Thresholds& t) {
 }
 
 std::wstring SetPathPrefix(const std::wstring& prefix) {
-    std::lock_guard<std::mutex> lock(g_prefixMutex);
+    std::lock_guard<std::mutex> lock(Prefix().mutex);
     if ((prefix.size() + 1) * sizeof(wchar_t) > kPathPrefixBytes) {
-        g_prefix.clear();
+        Prefix().prefix.clear();
     } else {
-        g_prefix = prefix;
+        Prefix().prefix = prefix;
     }
-    return g_prefix;
+    return Prefix().prefix;
 }
 
 std::wstring PathPrefix() {
-    std::lock_guard<std::mutex> lock(g_prefixMutex);
-    return g_prefix;
+    std::lock_guard<std::mutex> lock(Prefix().mutex);
+    return Prefix().prefix;
 }
 
 std::wstring LogFileNameForNow() {

@@ -231,15 +231,24 @@ bool FormatWide(const wchar_t* format, va_list args, std::wstring& out) {
 
 namespace {
 
-std::mutex g_rootMutex;
-std::string g_rootOverride;
+// Never destroyed, like all process-wide state here: a host may call the
+// library from its own static destructors, which can run after ours.
+struct RootState {
+    std::mutex mutex;
+    std::string override;
+};
+
+RootState& RootOverride() {
+    static RootState* state = new RootState();
+    return *state;
+}
 
 }  // namespace
 
 std::string Root() {
     {
-        std::lock_guard<std::mutex> lock(g_rootMutex);
-        if (!g_rootOverride.empty()) return g_rootOverride;
+        std::lock_guard<std::mutex> lock(RootOverride().mutex);
+        if (!RootOverride().override.empty()) return RootOverride().override;
     }
     const char* env = std::getenv("PIXMILL_ROOT");
     if (env && *env) return env;
@@ -247,8 +256,8 @@ std::string Root() {
 }
 
 void SetRoot(const std::string& root) {
-    std::lock_guard<std::mutex> lock(g_rootMutex);
-    g_rootOverride = root;
+    std::lock_guard<std::mutex> lock(RootOverride().mutex);
+    RootOverride().override = root;
 }
 
 std::string NativePath(const std::string& path) {
@@ -448,11 +457,15 @@ std::wstring MainWindowTitle() {
     return std::wstring();
 }
 
-size_t StackBytesLeft() {
-    // This thread's stack, looked up once per thread.
-    struct Range {
-        uintptr_t low = 0, high = 0;
-    };
+namespace {
+
+struct StackRange {
+    uintptr_t low = 0, high = 0;
+};
+
+// This thread's stack, looked up once per thread.
+const StackRange& ThisThreadStack() {
+    using Range = StackRange;
     thread_local Range range = [] {
         Range r;
         pthread_attr_t attr;
@@ -467,6 +480,18 @@ size_t StackBytesLeft() {
         }
         return r;
     }();
+    return range;
+}
+
+}  // namespace
+
+size_t StackSize() {
+    const StackRange& range = ThisThreadStack();
+    return static_cast<size_t>(range.high - range.low);
+}
+
+size_t StackBytesLeft() {
+    const StackRange& range = ThisThreadStack();
     char here = 0;
     uintptr_t sp = reinterpret_cast<uintptr_t>(&here);
     // Outside the known range (no range found, or a frame kept elsewhere by
@@ -481,17 +506,24 @@ size_t StackBytesLeft() {
 
 namespace {
 
-std::mutex g_debugMutex;
-std::function<void(const std::string&)> g_debugSink;
+struct DebugState {
+    std::mutex mutex;
+    std::function<void(const std::string&)> sink;
+};
+
+DebugState& Debug() {
+    static DebugState* state = new DebugState();
+    return *state;
+}
 std::once_flag g_syslogOpen;
 
 }  // namespace
 
 void DebugOutput(const std::string& text) {
     {
-        std::lock_guard<std::mutex> lock(g_debugMutex);
-        if (g_debugSink) {
-            g_debugSink(text);
+        std::lock_guard<std::mutex> lock(Debug().mutex);
+        if (Debug().sink) {
+            Debug().sink(text);
             return;
         }
     }
@@ -500,8 +532,8 @@ void DebugOutput(const std::string& text) {
 }
 
 void SetDebugOutputForTesting(std::function<void(const std::string&)> sink) {
-    std::lock_guard<std::mutex> lock(g_debugMutex);
-    g_debugSink = std::move(sink);
+    std::lock_guard<std::mutex> lock(Debug().mutex);
+    Debug().sink = std::move(sink);
 }
 
 // ---------------------------------------------------------------------------

@@ -162,6 +162,9 @@ std::wstring MainWindowTitle();
 // downwards here), or SIZE_MAX if the thread's stack cannot be found.
 size_t StackBytesLeft();
 
+// Size in bytes of this thread's whole stack, or 0 if it cannot be found.
+size_t StackSize();
+
 // ---------------------------------------------------------------------------
 // Debug output
 // ---------------------------------------------------------------------------

@@ -106,8 +106,10 @@ TEST_F(LoggerTest, LongMessagesAreCutTo8191) {
 }
 
 TEST_F(LoggerTest, DefaultPrefixIsExecutableNameAndHexProcessId) {
-    wchar_t pid[16];
-    std::swprintf(pid, 16, L"%X", static_cast<unsigned>(::getpid()));
+    // The process ID in upper-case hexadecimal, worked out digit by digit.
+    std::wstring pid;
+    for (unsigned n = static_cast<unsigned>(::getpid()); n != 0; n /= 16)
+        pid.insert(pid.begin(), L"0123456789ABCDEF"[n % 16]);
     EXPECT_EQ(logging::DefaultLogPathPrefix(),
               std::wstring(L"C:\\Logs\\SORVIK\\pixmill_tests_") + pid);
 }

@@ -3,12 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <type_traits>
 
 #include "framework/Param.h"
 
 using sorvik::Param;
 
 namespace {
+
+// The two-argument form exists for flags only: an int or float built that way
+// would keep the value 0 and no attributes, so it must not compile.
+static_assert(std::is_constructible_v<Param<bool>, const wchar_t*, bool>);
+static_assert(!std::is_constructible_v<Param<int>, const wchar_t*, int>);
+static_assert(!std::is_constructible_v<Param<float>, const wchar_t*, float>);
+static_assert(!std::is_constructible_v<Param<std::wstring>, const wchar_t*, std::wstring>);
 
 TEST(ParamAttributes, FloatUsesSixDecimalsAndKeepsConstructionValues) {
     Param<float> sigma(L"Sigma", 1.5f, 0.1f, 20.0f, 0.25f);

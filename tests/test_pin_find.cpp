@@ -152,6 +152,8 @@ INSTANTIATE_TEST_SUITE_P(
         TipCase{"DiscRightUp", {}, true, 17, -11, 40, 40},
         TipCase{"DiscLeftDown", {}, true, -23, 14, 40, 40},
         TipCase{"SmallDisc", {.tx = 30, .ty = 30}, true, 31, 27, 30, 30},
+        // The size search grows the window from tx 24 to the drawn 48.
+        TipCase{"GrowsToLargerDisc", {.tx = 24, .ty = 24}, true, -19, 9, 48, 48},
         TipCase{"Square", {.sType = RECTANGLE}, false, 17, -11, 40, 40},
         TipCase{"Oblong", {.sType = RECTANGLE, .tx = 36, .ty = 28}, false, -23, 14, 36, 28},
         TipCase{"DiscVerified", {.search = Call::kEX}, true, 17, -11, 40, 40},
@@ -337,11 +339,13 @@ INSTANTIATE_TEST_SUITE_P(Modes, SaveModeTest, ::testing::Values(-1, 0, 3, 5));
 TEST_F(PinFindTest, HostileInputsGetDefinedCodes) {
     WriteInput(CentredDisc());
     // A huge tip: its area overflows no integer, and the ratio fails; let
-    // through every test, no window fits and nothing overflows either.
+    // through every test, no window fits, so no tip was found: code 8, never
+    // a found tip at the scan's starting point (the crown search refuses a
+    // tip larger than its area up front, with 12).
     EXPECT_EQ(Search({.tx = INT_MAX, .ty = INT_MAX}).Code, 3.0);
-    EXPECT_EQ(
-        Search({.search = kEX, .tx = INT_MAX, .ty = INT_MAX, .ratio = 0, .divisor = 1e12}).Code,
-        0.0);
+    for (auto [search, code] : {std::pair{Call::kFind, 8.0}, {kEX, 8.0}, {kCrown, 12.0}})
+        EXPECT_EQ(Search({.search = search, .tx = INT_MAX, .ty = INT_MAX, .ratio = 0, .divisor = 1e12}).Code,
+                  code);
     EXPECT_EQ(Search({.divisor = 0}).Code, 5.0);  // no blob is large enough
     EXPECT_EQ(Search({.search = kCrown, .beta = std::nan("")}).Code, 12.0);
     ASSERT_TRUE(platform::WriteWholeFile(platform::NativePath(kPinInputImage), "BM not a bitmap"));
@@ -499,6 +503,61 @@ TEST(PinImageTest, CircleAndBoxOfTheFirstContour) {
     EXPECT_EQ(std::pair(b.width, b.height), std::pair(11.0, 11.0));
     EXPECT_EQ(b.center, cv::Point(15, 10));          // (2 * 10 + 11) / 2 cut
     EXPECT_EQ(cv::countNonZero(boxImage), 12 * 12);  // (x, y) to (x + w, y + h)
+}
+
+TEST(PinImageTest, MeansHullAndAreaFilter) {
+    cv::Mat img = cv::Mat::zeros(20, 30, CV_8UC1);
+    EXPECT_EQ(GrayMean(img), 0.0);
+    EXPECT_TRUE(std::isnan(GrayMeanNonZero(img)));
+    EXPECT_TRUE(std::isnan(GrayMean(cv::Mat())));
+    EXPECT_EQ(GrayMean(cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(9))), 0.0);
+    img(cv::Rect(0, 0, 10, 6)).setTo(50);  // 60 pixels of 50
+    img(cv::Rect(20, 10, 2, 5)).setTo(200);  // 10 pixels of 200
+    EXPECT_DOUBLE_EQ(GrayMean(img), (60 * 50 + 10 * 200) / 600.0);
+    EXPECT_DOUBLE_EQ(GrayMeanNonZero(img), (60 * 50 + 10 * 200) / 70.0);
+
+    // The hull of three dots is the outline of their triangle.
+    cv::Mat dots = cv::Mat::zeros(20, 30, CV_8UC1), hull;
+    for (cv::Point p : {cv::Point(2, 2), cv::Point(27, 2), cv::Point(2, 17)}) dots.at<uchar>(p) = 255;
+    ConvexHullImage(dots, hull);
+    cv::Mat expected = cv::Mat::zeros(20, 30, CV_8UC1);
+    cv::polylines(expected, std::vector<cv::Point>{{2, 2}, {27, 2}, {2, 17}}, true, 255, 1, cv::LINE_8);
+    EXPECT_EQ(cv::countNonZero(hull != expected), 0);
+    ConvexHullImage(cv::Mat::zeros(20, 30, CV_8UC1), hull);
+    EXPECT_EQ(cv::countNonZero(hull), 0);
+
+    // Of a ring (area about 300) and a small square (area 16), only the ring
+    // stays, its hole filled.
+    cv::Mat blobs = cv::Mat::zeros(40, 60, CV_8UC1), kept;
+    cv::circle(blobs, {15, 20}, 10, 255, 2);
+    cv::rectangle(blobs, cv::Rect(40, 10, 5, 5), 255, cv::FILLED);
+    AreaFilterContours(blobs, kept, 100.0);
+    EXPECT_EQ(kept.at<uchar>(20, 15), 255);  // the hole
+    EXPECT_EQ(kept.at<uchar>(12, 42), 0);    // the square is gone
+}
+
+TEST(PinImageTest, IntegralsAndBrightCentroid) {
+    cv::Mat img(7, 9, CV_8UC1);
+    cv::randu(img, 0, 256);
+    cv::Mat S, reference;
+    IntegralImage(img, S);
+    cv::integral(img, reference, CV_64F);  // exclusive sums, one row and column larger
+    for (int r = 0; r < img.rows; ++r)
+        for (int c = 0; c < img.cols; ++c)
+            ASSERT_FLOAT_EQ(S.at<float>(r, c), static_cast<float>(reference.at<double>(r + 1, c + 1)));
+    std::vector<float> in(img.total()), out(img.total(), -1.0f);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = img.data[i];
+    IntegralArray(in.data(), out.data(), img.cols, img.rows);
+    EXPECT_FLOAT_EQ(out.back(), static_cast<float>(cv::sum(img)[0]));
+    IntegralArray(nullptr, out.data(), img.cols, img.rows);  // does nothing
+    IntegralArray(in.data(), out.data(), 0, img.rows);
+
+    cv::Mat bright = cv::Mat::zeros(20, 30, CV_8UC1);
+    bright(cv::Rect(4, 6, 3, 3)).setTo(255);   // centre (5, 7)
+    bright(cv::Rect(20, 10, 2, 2)).setTo(254);  // not saturated: ignored
+    EXPECT_EQ(BrightCentroid(bright, 0, 0, 0, 0), cv::Point(5, 7));
+    EXPECT_EQ(BrightCentroid(bright, -5, -5, 1000, 1000), cv::Point(5, 7));
+    EXPECT_EQ(BrightCentroid(bright, 10, 0, 30, 20), cv::Point(-1, -1));
 }
 
 TEST_F(PinFindTest, FailureImageNameFromLocalTime) {

@@ -103,12 +103,16 @@ INSTANTIATE_TEST_SUITE_P(
              L"{\"threshold\":0}"),
         Case(L"CannyEdgeFilter", {}, Faint(), cv::Mat::zeros(40, 40, CV_8UC1))));
 
-class CropFilterTest : public PixmillTest, public ::testing::WithParamInterface<cv::Rect> {};
+struct CropCase {
+    cv::Rect request;
+    const wchar_t* result;
+};
+class CropFilterTest : public PixmillTest, public ::testing::WithParamInterface<CropCase> {};
 
 // The request's pixels where it covers the image and black elsewhere; the
 // input unchanged when it covers none of it.
 TEST_P(CropFilterTest, MatchesTheRequestOrPassesTheImage) {
-    const cv::Rect k = GetParam(), covered = k & cv::Rect(0, 0, 640, 480);
+    const cv::Rect k = GetParam().request, covered = k & cv::Rect(0, 0, 640, 480);
     cv::Mat in(480, 640, CV_8UC1), expected = in;
     cv::randu(in, 1, 256);
     auto f = Make(L"CropFilter");
@@ -122,10 +126,7 @@ TEST_P(CropFilterTest, MatchesTheRequestOrPassesTheImage) {
         in(covered).copyTo(expected(covered - k.tl()));
     }
     EXPECT_TRUE(SameImage(out[0], expected));
-    wchar_t text[160];
-    std::swprintf(text, 160, L"{\"x\":\"%d\", \"y\":\"%d\", \"width\":\"%d\", \"height\":\"%d\"}",
-                  k.x, k.y, k.width, k.height);
-    EXPECT_STREQ(f->GetResult(), text);
+    EXPECT_STREQ(f->GetResult(), GetParam().result);
     const auto saved =
         platform::NativePath(L"C:/PROBERPARAM/ParaImg/PinImage/CropFilter_image.png");
     EXPECT_TRUE(SameImage(cv::imread(saved, cv::IMREAD_UNCHANGED), out[0]));
@@ -133,10 +134,15 @@ TEST_P(CropFilterTest, MatchesTheRequestOrPassesTheImage) {
 
 // Defaults, a black band of 10 columns, wholly outside, inside, past the
 // right and bottom, a negative width.
-INSTANTIATE_TEST_SUITE_P(Pixel, CropFilterTest,
-                         ::testing::Values(cv::Rect(0, 0, 0, 0), cv::Rect(-10, 0, 100, 100),
-                                           cv::Rect(700, 10, 50, 50), cv::Rect(20, 30, 100, 50),
-                                           cv::Rect(600, 450, 100, 100), cv::Rect(5, 5, -3, 10)));
+INSTANTIATE_TEST_SUITE_P(
+    Pixel, CropFilterTest,
+    ::testing::Values(
+        CropCase{{0, 0, 0, 0}, LR"({"x":"0", "y":"0", "width":"0", "height":"0"})"},
+        CropCase{{-10, 0, 100, 100}, LR"({"x":"-10", "y":"0", "width":"100", "height":"100"})"},
+        CropCase{{700, 10, 50, 50}, LR"({"x":"700", "y":"10", "width":"50", "height":"50"})"},
+        CropCase{{20, 30, 100, 50}, LR"({"x":"20", "y":"30", "width":"100", "height":"50"})"},
+        CropCase{{600, 450, 100, 100}, LR"({"x":"600", "y":"450", "width":"100", "height":"100"})"},
+        CropCase{{5, 5, -3, 10}, LR"({"x":"5", "y":"5", "width":"-3", "height":"10"})"}));
 
 TEST_F(PixelFilterTest, RefusedInputIsLoggedAndLeavesNoOutput) {
     EnableFileLog(1);
@@ -406,6 +412,17 @@ TEST_F(HistogramFilterTest, SpectralMeasureIgnoresTheMeanLevelAndFollowsDetail) 
     EXPECT_EQ(cv::countNonZero(out[0].row(5)), 100);
     EXPECT_GT(cv::countNonZero(out[0].row(9)), 50);
     EXPECT_LT(cv::countNonZero(out[0].row(9)), 100);
+}
+
+TEST_F(HistogramFilterTest, OnePixelImageFirstCostsOnlyItsOwnVarianceBar) {
+    // A one-pixel image has no variance (0 / 0); standing first in the list
+    // it must not blank the variance bars of the images after it.
+    const std::vector<cv::Mat> scenes = Scenes();
+    auto f = Make(L"HistogramFilter");
+    SetParams(*f, {{L"Display", L"1"}});
+    const auto out = RunPins(*f, {{1, {cv::Mat(1, 1, CV_8UC1, cv::Scalar(50)), scenes[2], scenes[3]}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_TRUE(SameImage(out[0], Chart(100, {50, 20, 20}, {0, 20000.0 / 199, 200})));
 }
 
 TEST_F(HistogramFilterTest, NoImagesNoChart) {

@@ -1,8 +1,10 @@
 // Recipes: loading and linking, running end points, parameter overrides,
 // the result document, the single-filter path, and recipe files.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sys/stat.h>
 
@@ -296,6 +298,47 @@ std::wstring Chain(int length) {
     return text + Source(L"n0") + L"]}";
 }
 
+// Pulls both of its inputs, counts its runs and passes the first image of
+// input 1 on.
+class CJoinFilter : public CFilter {
+public:
+    static inline int s_procs = 0;
+    CJoinFilter() {
+        AddPin(L"In", 1, false);
+        AddPin(L"In2", 2, false);
+        AddPin(L"Out", -1, true);
+    }
+    void Proc(std::vector<IPin*> pins, std::vector<IParam*>) override {
+        ++s_procs;
+        std::vector<cv::Mat*> first = GetPin(1)->GetImage();
+        GetPin(2)->GetImage();
+        if (first.size() > 1) first.resize(1);
+        GetPin(-1)->SetImage(first);
+        (void)pins;
+    }
+    void Trace() override {}
+};
+
+TEST_F(RecipeTest, DiamondChainRunsEachFilterOnce) {
+    // 64 filters, each feeding both inputs of the next: every output is
+    // pulled twice, and a filter that ran again for its second consumer
+    // would make the work grow as 2^64. Each runs exactly once.
+    types.Add<CJoinFilter>(L"TestJoin");
+    CJoinFilter::s_procs = 0;
+    std::wstring text = L"{\"Filters\":[" + Source(L"j0");
+    for (int i = 1; i <= 64; ++i) {
+        const std::wstring up = L"j" + std::to_wstring(i - 1);
+        text += L",{\"Name\":\"J\",\"Key\":\"j" + std::to_wstring(i) +
+                L"\",\"Type\":\"TestJoin\",\"IsEndPoint\":" + (i == 64 ? L"true" : L"false") +
+                L",\"Pins\":[{\"Key\":1,\"Link\":{\"FilterKey\":\"" + up +
+                L"\",\"PinKey\":-1}},{\"Key\":2,\"Link\":{\"FilterKey\":\"" + up +
+                L"\",\"PinKey\":-1}},{\"Key\":-1}]}";
+    }
+    Run(text + L"]}");
+    EXPECT_EQ(CJoinFilter::s_procs, 64);
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+}
+
 TEST_F(RecipeTest, ThousandFilterChainRuns) {
     std::wstring result = Run(Chain(1000));
     EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
@@ -317,6 +360,43 @@ TEST_F(RecipeTest, ChainDeeperThanTheStackStopsWithAnErrorLine) {
     std::wstring result = Run(Chain(40000));
     EXPECT_TRUE(out.FirstPixels().empty());  // the source was never reached
     EXPECT_EQ(result.rfind(L"{ \"Count\":\"40000\", \"Filter\":[", 0), 0u);
+    EXPECT_EQ(CountOf(ReadLog(), "result=\"pull too deep\""), 1);
+}
+
+TEST_F(RecipeTest, SmallStackThreadPullsAndStillStopsOverlongChains) {
+    // A host's worker thread with a 192 KiB stack: a short chain runs to the
+    // end (a fixed 256 KiB reserve refused every pull there), and an
+    // overlong one still stops with the error line instead of overflowing.
+    EnableFileLog(4);
+    struct Job {
+        std::function<std::wstring()> work;
+        std::wstring result;
+    };
+    auto runOnSmallStack = [](Job& job) {
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setstacksize(&attr, 192 * 1024);
+        pthread_t thread;
+        const int started = pthread_create(
+            &thread, &attr,
+            [](void* arg) -> void* {
+                auto* j = static_cast<Job*>(arg);
+                j->result = j->work();
+                return nullptr;
+            },
+            &job);
+        pthread_attr_destroy(&attr);
+        ASSERT_EQ(started, 0);
+        pthread_join(thread, nullptr);
+    };
+    Job shortChain{[this] { return Run(Chain(3)); }, {}};
+    runOnSmallStack(shortChain);
+    EXPECT_EQ(out.FirstPixels(), std::vector<int>{7});
+    EXPECT_EQ(CountOf(ReadLog(), "pull too deep"), 0);
+
+    Job longChain{[this] { return Run(Chain(5000)); }, {}};
+    runOnSmallStack(longChain);
+    EXPECT_EQ(longChain.result.rfind(L"{ \"Count\":\"5000\", \"Filter\":[", 0), 0u);
     EXPECT_EQ(CountOf(ReadLog(), "result=\"pull too deep\""), 1);
 }
 
@@ -451,8 +531,8 @@ INSTANTIATE_TEST_SUITE_P(
 namespace pixmill::test {
 namespace {
 
-// A recipe path that names a named pipe once blocked the reading call until
-// something wrote to the pipe; only regular files are read now.
+// A recipe path that names a named pipe must not block the reading call
+// until something writes to the pipe: only regular files are read.
 TEST_F(RecipeFileTest, NamedPipeIsRefusedInsteadOfBlocking) {
     auto dir = m_root->path() / "C" / "recipes";
     std::filesystem::create_directories(dir);

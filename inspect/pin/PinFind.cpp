@@ -499,7 +499,13 @@ void PinRun::RaiseError(const Fail& fail, std::initializer_list<std::string> lin
 PinFindResult PinRun::Finish(int64_t tx, int64_t ty, TipPosition position, bool anyCornerInArea,
                              cv::Mat* alsoMark) {
     const PinFindArgs& a = m_args;
-    if (a.aType == CIRCLE && !anyCornerInArea)
+    // A tip that no window of the search area can hold was never scored: its
+    // position is only the scan's starting point, and reporting it as found
+    // would move the probe card to nothing. It fails like a circular area
+    // without a corner.
+    const bool noWindowFits = tx >= static_cast<int64_t>(m_edge.cols) - 2 ||
+                              ty >= static_cast<int64_t>(m_edge.rows) - 2;
+    if ((a.aType == CIRCLE && !anyCornerInArea) || noWindowFits)
         RaiseError(Fail(8).Line("%s Search area & Pin Size matching Error\n", m_tag),
                    {"Threshold : X"});
 
