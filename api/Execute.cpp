@@ -4,6 +4,7 @@
 #include <climits>
 #include <cwctype>
 
+#include "api/Boundary.h"
 #include "api/ImageBuffer.h"
 #include "api/ImageRecords.h"
 #include "api/Startup.h"
@@ -35,17 +36,24 @@ int ExecuteRecords(ImageParam* input, ImageParam* output, const wchar_t* recipeT
         return 0;
     }
 
-    InputImages inputs;
-    pixmill::api::ImagesFromRecord(input, inputs);
     OwnedMats outputs;
     std::wstring result;
-    {
+    try {
+        InputImages inputs;
+        pixmill::api::ImagesFromRecord(input, inputs);
         CRecipe recipe(recipeText);
         if (recipeText) {
             pixmill::RecipeProcess(recipe, result, inputs.masters, outputs.mats, param);
         } else {
             pixmill::FilterProcess(recipe, result, inputs.masters, outputs.mats, filter, param);
         }
+    } catch (...) {
+        // A recipe or parameter text the library cannot use (a number that
+        // does not read): the caller gets an empty result and no images.
+        pixmill::api::LogRefusal(recipeText ? L"RecipeExecute" : L"FilterExecute");
+        for (cv::Mat* m : outputs.mats) delete m;
+        outputs.mats.clear();
+        result.clear();
     }
     pixmill::api::ImagesToRecord(outputs.mats, result, output);
 
@@ -91,28 +99,34 @@ void CopyFirstOutput(const std::vector<cv::Mat*>& outputs, uint8_t* outImage, in
 }  // namespace
 
 extern "C" int RecipeExecute(ImageParam* input, ImageParam* output, const wchar_t* recipe,
-                             const wchar_t* param) {
+                             const wchar_t* param) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<RecipeExecute> <Recipe>%ls</Recipe> <Param>%ls</Param>", OrEmpty(recipe),
          OrEmpty(param));
     int rc = ExecuteRecords(input, output, recipe, nullptr, param);
     LogW(2, L"</RecipeExecute>");
     return rc;
+} catch (...) {
+    pixmill::api::LogRefusal(L"RecipeExecute");
+    return 0;
 }
 
 extern "C" int FilterExecute(ImageParam* input, ImageParam* output, const wchar_t* filter,
-                             const wchar_t* param) {
+                             const wchar_t* param) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<FilterExecute> <Filter>%ls</Filter> <Param>%ls</Param>", OrEmpty(filter),
          OrEmpty(param));
     int rc = ExecuteRecords(input, output, nullptr, filter, param);
     LogW(2, L"</FilterExecute>");
     return rc;
+} catch (...) {
+    pixmill::api::LogRefusal(L"FilterExecute");
+    return 0;
 }
 
 extern "C" int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* outputPath,
                                    const wchar_t* recipePath, const wchar_t* param,
-                                   wchar_t* resultText, int resultBytes) {
+                                   wchar_t* resultText, int resultBytes) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<RecipeExecuteByPath>  <Recipe>%ls</Recipe><Param>%ls</Param>", OrEmpty(recipePath),
          OrEmpty(param));
@@ -153,13 +167,16 @@ extern "C" int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* outputP
     pixmill::api::CopyResultBytes(result, resultText, resultBytes);
     LogW(2, L"</RecipeExecuteByPath>");
     return pixmill::api::ResultBytes(result);
+} catch (...) {
+    pixmill::api::LogRefusal(L"RecipeExecuteByPath");
+    return 0;
 }
 
 extern "C" int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width1, int height1,
                                      const uint8_t* image2, int size2, int width2, int height2,
                                      uint8_t* outImage, int outSize, int* outWidth, int* outHeight,
                                      const wchar_t* recipe, const wchar_t* param,
-                                     wchar_t* resultText, int resultBytes) {
+                                     wchar_t* resultText, int resultBytes) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<RecipeExecuteByBuffer>  <Recipe>%ls</Recipe><Param>%ls</Param>", OrEmpty(recipe),
          OrEmpty(param));
@@ -184,11 +201,14 @@ extern "C" int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int width
     pixmill::api::CopyResultBytes(result, resultText, resultBytes);
     LogW(2, L"<RecipeExecuteByBuffer>");
     return pixmill::api::ResultBytes(result);
+} catch (...) {
+    pixmill::api::LogRefusal(L"RecipeExecuteByBuffer");
+    return 0;
 }
 
 extern "C" int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize, int* outWidth,
                                        int* outHeight, const wchar_t* recipe, const wchar_t* param,
-                                       wchar_t* resultText, int resultBytes) {
+                                       wchar_t* resultText, int resultBytes) try {
     pixmill::api::EnsureStartup();
     pixmill::api::BufferUse images = pixmill::api::UseImageBuffer(buffer);
     if (!images) return -1;
@@ -219,11 +239,14 @@ extern "C" int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outS
     LogW(1, L"<ReleaseResult/>");
     LogW(2, L"</RecipeExecuteByBufferID>");
     return pixmill::api::ResultBytes(result);
+} catch (...) {
+    pixmill::api::LogRefusal(L"RecipeExecuteByBufferID");
+    return 0;
 }
 
 extern "C" int FilterExecuteByBuffer(const uint8_t* source, uint8_t* destination, int width,
                                      int height, const wchar_t* filter, const wchar_t* param,
-                                     wchar_t* resultText, int resultChars) {
+                                     wchar_t* resultText, int resultChars) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<FilterExecuteByBuffer>");
     InputImages images;
@@ -245,12 +268,19 @@ extern "C" int FilterExecuteByBuffer(const uint8_t* source, uint8_t* destination
     }
     LogW(2, L"</FilterExecuteByBuffer>");
     return pixmill::api::ResultBytes(result);
+} catch (...) {
+    pixmill::api::LogRefusal(L"FilterExecuteByBuffer");
+    if (resultText && resultChars > 0) resultText[0] = L'\0';
+    return 0;
 }
 
-extern "C" int ImageParamRelease(ImageParam* record) {
+extern "C" int ImageParamRelease(ImageParam* record) try {
     pixmill::api::EnsureStartup();
     if (!record) return 0;
     if (!pixmill::api::ReleaseRecord(record))
         LogW(4, L"<ERROR func=\"ImageParamRelease\" result=\"not allocated by the library\"/>");
+    return 1;
+} catch (...) {
+    pixmill::api::LogRefusal(L"ImageParamRelease");
     return 1;
 }

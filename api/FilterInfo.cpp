@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "api/Boundary.h"
 #include "api/ImageRecords.h"
 #include "api/Startup.h"
 #include "framework/FilterRegistry.h"
@@ -10,16 +11,19 @@
 
 using pixmill::logging::LogW;
 
-extern "C" int GetFilterList(wchar_t* text, int textBytes) {
+extern "C" int GetFilterList(wchar_t* text, int textBytes) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<GetFilterList>");
     std::wstring doc = pixmill::FilterRegistry::Instance().Describe();
     pixmill::api::CopyResultBytes(doc, text, textBytes);
     LogW(2, L"</GetFilterList>");
     return pixmill::api::ResultBytes(doc);
+} catch (...) {
+    pixmill::api::LogRefusal(L"GetFilterList");
+    return 0;
 }
 
-extern "C" int GetFilterInfo(const wchar_t* filter, wchar_t* text, int textBytes) {
+extern "C" int GetFilterInfo(const wchar_t* filter, wchar_t* text, int textBytes) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"<GetFilterInfo Filter=\"%ls\">", filter ? filter : L"");
     std::wstring doc = pixmill::FilterRegistry::Instance().Describe();
@@ -30,4 +34,7 @@ extern "C" int GetFilterInfo(const wchar_t* filter, wchar_t* text, int textBytes
     pixmill::api::CopyResultBytes(doc, text, std::min(textBytes, chars));
     LogW(2, L"</GetFilterInfo>");
     return chars;
+} catch (...) {
+    pixmill::api::LogRefusal(L"GetFilterInfo");
+    return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <unordered_map>
 
+#include "api/Boundary.h"
 #include "api/ImageRecords.h"
 #include "api/Startup.h"
 #include "logging/Logger.h"
@@ -107,23 +108,21 @@ extern "C" void* ImageBufferCreate(void) {
 }
 
 extern "C" int ImageBufferAdd(void* buffer, int imageId, const uint8_t* data, int size, int width,
-                              int height) {
+                              int height) try {
     pixmill::api::EnsureStartup();
-    try {
-        BufferUse b = UseImageBuffer(buffer);
-        if (!b) return -1;
-        auto image = std::make_unique<cv::Mat>(pixmill::api::MatFromPixels(data, size, width, height));
-        b->entries.push_back(MasterImage{image.get(), imageId});
-        image.release();
-        return 0;
-    } catch (...) {
-        pixmill::logging::LogW(4, L"<ERROR func=\"ImageBufferAdd\"/>");
-        return -1;
-    }
+    BufferUse b = UseImageBuffer(buffer);
+    if (!b) return -1;
+    auto image = std::make_unique<cv::Mat>(pixmill::api::MatFromPixels(data, size, width, height));
+    b->entries.push_back(MasterImage{image.get(), imageId});
+    image.release();
+    return 0;
+} catch (...) {
+    pixmill::api::LogRefusal(L"ImageBufferAdd");
+    return -1;
 }
 
 extern "C" int ImageBufferGet(void* buffer, int imageId, uint8_t* data, int size, int* width,
-                              int* height) {
+                              int* height) try {
     pixmill::api::EnsureStartup();
     BufferUse b = UseImageBuffer(buffer);
     if (!b) return -1;
@@ -139,9 +138,15 @@ extern "C" int ImageBufferGet(void* buffer, int imageId, uint8_t* data, int size
     if (width) *width = m.cols;
     if (height) *height = m.rows;
     return pixels;
+} catch (...) {
+    pixmill::api::LogRefusal(L"ImageBufferGet");
+    return -1;
 }
 
-extern "C" int ImageBufferRelease(void* buffer) {
+extern "C" int ImageBufferRelease(void* buffer) try {
     pixmill::api::EnsureStartup();
     return pixmill::api::ReleaseImageBuffer(buffer) ? 0 : -1;
+} catch (...) {
+    pixmill::api::LogRefusal(L"ImageBufferRelease");
+    return -1;
 }

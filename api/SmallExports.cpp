@@ -2,6 +2,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "api/Boundary.h"
 #include "api/ImageRecords.h"
 #include "api/Startup.h"
 #include "framework/ImageFiles.h"
@@ -48,7 +49,7 @@ extern "C" int ImageWrite(const uint8_t* data, int width, int height, const char
     }
 }
 
-extern "C" int ImageInvert(const uint8_t* source, uint8_t* destination, int width, int height) {
+extern "C" int ImageInvert(const uint8_t* source, uint8_t* destination, int width, int height) try {
     pixmill::api::EnsureStartup();
     LogW(2, L"ImageInvert : %d x %d ", width, height);
     if (width < 0 || height < 0) return -1;
@@ -58,6 +59,9 @@ extern "C" int ImageInvert(const uint8_t* source, uint8_t* destination, int widt
     cv::Mat inverted = cv::Scalar(255) - src;
     pixmill::api::CopyPixels(inverted, destination, static_cast<size_t>(width) * height);
     return 0;
+} catch (...) {
+    pixmill::api::LogRefusal(L"ImageInvert");
+    return -1;
 }
 
 extern "C" int Add(int a, int b) {
@@ -65,7 +69,7 @@ extern "C" int Add(int a, int b) {
     return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
 }
 
-extern "C" int VBcvTestConv(void) {
+extern "C" int VBcvTestConv(void) try {
     pixmill::platform::VersionFields v = pixmill::platform::OpenCvVersion();
     VBcvTrace("Version : %d,%d,%d,%d\n", v.major, v.minor, v.revision, v.build);
     cv::Mat image = pixmill::ReadImageFile(L"D:\\a.bmp", cv::IMREAD_UNCHANGED);
@@ -73,6 +77,9 @@ extern "C" int VBcvTestConv(void) {
     // Every non-zero sample becomes 255.
     cv::Mat binary = image != 0;
     return pixmill::WriteImageFile(L"D:\\b.bmp", binary) ? 0 : -1;
+} catch (...) {
+    pixmill::api::LogRefusal(L"VBcvTestConv");
+    return -1;
 }
 
 extern "C" int Gnuplot_splot(void) {

@@ -57,6 +57,8 @@ std::optional<logging::Thresholds> ParseLogLevels(const char* text) {
 }
 
 void EnsureStartup() {
+    // The first act of every export: a new call begins with no error.
+    logging::BeginCall();
     std::lock_guard<std::mutex> lock(g_startupMutex);
     if (g_started) return;
 

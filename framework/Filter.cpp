@@ -41,7 +41,19 @@ int CFilter::Init(const JsonValue& json) {
                 std::wstring key = pixmill::StringMember(entry, L"Key");
                 std::wstring value = pixmill::StringMember(entry, L"Value");
                 LogW(1, L"<param key=\"%ls\" value=\"%ls\"/>", key.c_str(), value.c_str());
-                pixmill::SetParamFromText(m_params, key, value);
+                try {
+                    pixmill::SetParamFromText(m_params, key, value);
+                } catch (const std::exception& e) {
+                    // The text is not a number of the parameter's type. The
+                    // exception goes on to the caller (the export refuses the
+                    // recipe); this line says which filter and value it was.
+                    LogW(4,
+                         L"<ERROR func=\"CFilter::Init\" Name=\"%ls\" Key=\"%ls\" Type=\"%ls\" "
+                         L"param=\"%ls\" value=\"%ls\" result=\"%s\"/>",
+                         m_name.c_str(), m_key.c_str(), m_type.c_str(), key.c_str(), value.c_str(),
+                         e.what());
+                    throw;
+                }
             }
         }
     }

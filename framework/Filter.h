@@ -84,6 +84,11 @@ public:
     // Stored from "Enable"; nothing reads it.
     bool IsEnabled() const { return m_enable; }
 
+    // The registered name the filter was created under ("ThresholdFilter"),
+    // or "" for a filter made directly.
+    const std::wstring& TypeName() const { return m_type; }
+    void SetTypeName(const std::wstring& type) { m_type = type; }
+
 protected:
     // Declaration helpers for constructors: the pin or parameter is owned by
     // the filter and reported in the order of these calls.
@@ -103,6 +108,7 @@ protected:
     std::vector<IParam*> m_params;
     std::wstring m_name = L"##Filter";
     std::wstring m_key = L"##Key";
+    std::wstring m_type;
     bool m_enable = false;
     bool m_endPoint = false;
     std::vector<MasterImage> m_masterImages;

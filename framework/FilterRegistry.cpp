@@ -25,7 +25,10 @@ IBaseObject* FilterRegistry::Create(const wchar_t* name) const {
     if (!name) return nullptr;
     auto it = m_factories.find(name);
     if (it == m_factories.end() || !it->second) return nullptr;
-    return it->second();
+    IBaseObject* object = it->second();
+    // A filter knows the type it was made as, for its error lines.
+    if (auto* filter = dynamic_cast<CFilter*>(object)) filter->SetTypeName(it->first);
+    return object;
 }
 
 std::vector<std::wstring> FilterRegistry::List() const {

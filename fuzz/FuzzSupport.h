@@ -3,8 +3,6 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <exception>
-#include <stdexcept>
 #include <string>
 
 namespace pixmill::fuzz {
@@ -19,17 +17,5 @@ std::wstring WideText(const std::string& bytes);
 
 // A string escaped for use inside a JSON string literal.
 std::string JsonEscape(const std::string& text);
-
-// The documented outcome for a bad number in parameter text: these two leave
-// through the exported calls. Anything else that escapes is a finding and
-// is allowed to crash the target.
-template <typename F>
-void ExpectingParameterErrors(F&& call) {
-    try {
-        call();
-    } catch (const std::invalid_argument&) {
-    } catch (const std::out_of_range&) {
-    }
-}
 
 }  // namespace pixmill::fuzz

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "framework/ImageFiles.h"
+#include "logging/Logger.h"
 #include "logging/Trace.h"
 #include "platform/Platform.h"
 #include "framework/TestHooks.h"
@@ -41,6 +42,8 @@ int g_pinImageSaveMode = -1;
 }  // namespace
 
 void TraceVersion() {
+    // The first act of every inspection: a new call begins with no error.
+    logging::BeginCall();
     const platform::VersionFields v = platform::OpenCvVersion();
     VBcvTrace("Version : %d,%d,%d,%d\n", v.major, v.minor, v.revision, v.build);
 }

@@ -1,8 +1,10 @@
 #include "logging/Logger.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <mutex>
 #include <vector>
@@ -68,7 +70,25 @@ void WriteToFile(int level, const std::string& message, bool wide) {
     platform::AppendToFile(file, text);
 }
 
+// Level-4 messages are kept per thread for the host's last-error call.
+constexpr int kErrorLevel = 4;
+
+// A plain array, not a string: it has no destructor, so a host's exit
+// handler that calls the library after this thread's objects were destroyed
+// still finds it. Longer messages are cut at a character boundary.
+constexpr size_t kLastErrorBytes = 8192;
+thread_local char t_lastError[kLastErrorBytes];
+
+void KeepLastError(const std::string& message) {
+    size_t n = std::min(message.size(), kLastErrorBytes - 1);
+    while (n > 0 && n < message.size() && (static_cast<unsigned char>(message[n]) & 0xC0) == 0x80)
+        --n;  // do not split a UTF-8 sequence
+    std::memcpy(t_lastError, message.data(), n);
+    t_lastError[n] = '\0';
+}
+
 void Dispatch(int level, const std::string& message, bool wide) {
+    if (level >= kErrorLevel) KeepLastError(message);
     if (g_debugThreshold.load() <= level) platform::DebugOutput(message);
     if (g_consoleThreshold.load() <= level) {
         std::fwrite(message.data(), 1, message.size(), stdout);
@@ -79,8 +99,16 @@ void Dispatch(int level, const std::string& message, bool wide) {
 
 }  // namespace
 
+void BeginCall() {
+    t_lastError[0] = '\0';
+}
+
+const char* LastError() {
+    return t_lastError;
+}
+
 void LogW(int level, const wchar_t* format, ...) {
-    if (!format || !AnySinkTakes(level)) return;
+    if (!format || (level < kErrorLevel && !AnySinkTakes(level))) return;
     std::vector<wchar_t> buf(kWideMessageChars + 1, L'\0');
     va_list args;
     va_start(args, format);
@@ -108,7 +136,7 @@ void LogW(int level, const wchar_t* format, ...) {
 }
 
 void LogA(int level, const char* format, ...) {
-    if (!format || !AnySinkTakes(level)) return;
+    if (!format || (level < kErrorLevel && !AnySinkTakes(level))) return;
     char buf[kNarrowMessageBytes + 1];
     va_list args;
     va_start(args, format);

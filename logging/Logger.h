@@ -29,6 +29,14 @@ inline constexpr size_t kPathPrefixBytes = 2048;
 void LogW(int level, const wchar_t* format, ...);
 void LogA(int level, const char* format, ...);
 
+// The error of the calling thread's current call into the library: the text
+// (UTF-8, as the sinks receive it) of the most recent level-4 message it
+// logged, whatever the thresholds, or "" when it logged none. Every export
+// starts its call with BeginCall, which clears it. The pointer stays valid
+// until the thread's next call into the library.
+void BeginCall();
+const char* LastError();
+
 struct Thresholds {
     int debugOutput = 6;
     int console = 6;

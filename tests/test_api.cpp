@@ -5,6 +5,7 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <opencv2/imgcodecs.hpp>
@@ -391,6 +392,99 @@ TEST(ImageRecordTest, FailedAllocationPartWayLeavesNothingBehind) {
     EXPECT_EQ(record.result, nullptr);
     EXPECT_EQ(record.count, 0);
 #endif
+}
+
+// ---------------------------------------------------------------------------
+// The C boundary: nothing escapes, the refusal is logged and kept per thread
+// ---------------------------------------------------------------------------
+
+// A recipe whose source asks for ImageID "x": the number does not read.
+const wchar_t* const kBadIdRecipe =
+    LR"({"Name":"r","Filters":[{"Name":"Src","Key":"s1","Type":"SourceFilter","IsEndPoint":true,)"
+    LR"("Params":[{"Key":"ImageID","Value":"x"}]}]})";
+const wchar_t* const kBadThreshold = LR"({"Params":[{"Key":"Threshold","Value":"abc"}]})";
+
+TEST_F(ApiTest, InputsThatThrowInsideAreRefusedAtTheBoundary) {
+    std::vector<uint8_t> px(16, 100), outPx(16, 0xEE);
+    ImageData image{4, 4, 1, 1, px.size(), px.data()};
+    ImageData* list[] = {&image};
+    ImageParam input{1, list, nullptr, 0};
+    void* buffer = ImageBufferCreate();
+    ImageBufferAdd(buffer, 1, px.data(), 16, 4, 4);
+    const std::string recipeFile = (m_root->path() / "bad.json").string();
+    ASSERT_TRUE(platform::WriteWholeFile(recipeFile, platform::ToUtf8(kBadIdRecipe)));
+    const std::wstring recipePath = platform::FromUtf8(recipeFile);
+    const std::wstring override = LR"({"k1":{"Params":[{"Key":"ImageID","Value":"99999999999"}]}})";
+    const std::wstring goodRecipe = SourceToCounter(1, 5);
+
+    struct Case {
+        const char* name;
+        std::function<int(ImageParam& output, wchar_t* text)> call;
+        int expected;
+        const char* param;  // the parameter the filter line names
+    };
+    const Case cases[] = {
+        {"RecipeExecute", [&](ImageParam& o, wchar_t*) { return RecipeExecute(&input, &o, kBadIdRecipe, nullptr); }, 0, "ImageID"},
+        {"RecipeExecute", [&](ImageParam& o, wchar_t*) { return RecipeExecute(&input, &o, goodRecipe.c_str(), override.c_str()); }, 0, "ImageID"},
+        {"FilterExecute", [&](ImageParam& o, wchar_t*) { return FilterExecute(&input, &o, L"ThresholdFilter", kBadThreshold); }, 0, "Threshold"},
+        {"RecipeExecuteByPath", [&](ImageParam&, wchar_t* t) { return RecipeExecuteByPath(nullptr, nullptr, recipePath.c_str(), nullptr, t, 64); }, 0, "ImageID"},
+        {"RecipeExecuteByBuffer", [&](ImageParam&, wchar_t* t) { return RecipeExecuteByBuffer(px.data(), 16, 4, 4, nullptr, 0, 0, 0, outPx.data(), 16, nullptr, nullptr, kBadIdRecipe, nullptr, t, 64); }, 0, "ImageID"},
+        {"RecipeExecuteByBufferID", [&](ImageParam&, wchar_t* t) { return RecipeExecuteByBufferID(buffer, outPx.data(), 16, nullptr, nullptr, goodRecipe.c_str(), override.c_str(), t, 64); }, 0, "ImageID"},
+        {"FilterExecuteByBuffer", [&](ImageParam&, wchar_t* t) { return FilterExecuteByBuffer(px.data(), outPx.data(), 4, 4, L"ThresholdFilter", kBadThreshold, t, 16); }, 0, "Threshold"},
+    };
+    EnableFileLog(4);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ImageParam output{};
+        wchar_t text[64];
+        std::fill(std::begin(text), std::end(text), L'#');
+        EXPECT_EQ(c.call(output, text), c.expected);
+        EXPECT_EQ(outPx[0], 0xEE) << "no output image is copied";
+        // The last level-4 line of the call names the export; the log also
+        // holds the line that names the filter, its parameter and value.
+        const std::string last = PixmillLastError();
+        EXPECT_NE(last.find(std::string("func=\"") + c.name + "\" result=\"refused\""), std::string::npos)
+            << "[" << last << "]";
+        const std::string name = c.name;
+        if (name == "FilterExecuteByBuffer") EXPECT_EQ(text[0], L'\0');
+        if (name == "RecipeExecute" || name == "FilterExecute") {
+            EXPECT_EQ(output.count, 0);
+            ASSERT_NE(output.result, nullptr);
+            EXPECT_STREQ(output.result, L"");
+            EXPECT_EQ(ImageParamRelease(&output), 1);
+        }
+    }
+    const std::string log = ReadLog();
+    EXPECT_NE(log.find("<ERROR func=\"CFilter::Init\" Name=\"Src\" Key=\"s1\" Type=\"SourceFilter\" "
+                       "param=\"ImageID\" value=\"x\" result=\"invalid stoi argument\"/>"),
+              std::string::npos) << log;
+    EXPECT_NE(log.find("Type=\"ThresholdFilter\" param=\"Threshold\" value=\"abc\""), std::string::npos);
+    EXPECT_NE(log.find("param=\"ImageID\" value=\"99999999999\" result=\"stoi argument out of range\""),
+              std::string::npos);
+    EXPECT_EQ(ImageBufferRelease(buffer), 0);
+    // A call that logs nothing clears the thread's error.
+    EXPECT_STREQ(PixmillLastError(), "");
+}
+
+TEST_F(ApiTest, LastErrorIsKeptPerThread) {
+    // Log levels do not matter: the error is kept even when no sink takes it.
+    PixmillSetLogLevels(6, 6, 6);
+    std::string first, second;
+    std::thread a([&] {
+        EXPECT_EQ(ImageBufferRelease(reinterpret_cast<void*>(0x10)), -1);
+        first = PixmillLastError();
+    });
+    a.join();
+    std::thread b([&] {
+        ImageParam output{};
+        FilterExecute(nullptr, &output, L"ThresholdFilter", nullptr);
+        second = PixmillLastError();
+        ImageParamRelease(&output);
+    });
+    b.join();
+    EXPECT_EQ(first, "[ERROR] Invalid  CImageBuffer ID");
+    EXPECT_EQ(second, "");
+    EXPECT_STREQ(PixmillLastError(), "");  // this thread made no failing call
 }
 
 // ---------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <clocale>
+#include <stdexcept>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -20,6 +21,16 @@ namespace fs = std::filesystem;
 using namespace pixmill::tool;
 
 namespace {
+
+// The library refuses a recipe or parameter text whose number does not read
+// and says so in the calling thread's last error; the tool reports that as
+// an argument error.
+void CheckRefusal() {
+    const std::string last = PixmillLastError();
+    if (last.find("result=\"refused\"") != std::string::npos)
+        throw std::invalid_argument(last);
+}
+
 
 void PrintFilter(const FilterInfo& f) {
     std::cout << f.name << "\n";
@@ -98,6 +109,7 @@ int CommandFilter(const std::string& type, const std::vector<std::string>& image
     for (const std::string& arg : images) inputs.push_back(ParseImageArgument(arg));
     Execution run(inputs);
     FilterExecute(run.input(), run.output(), Widen(type).c_str(), Widen(ParamsObject(params)).c_str());
+    CheckRefusal();
     PrintResult(run.Result(), raw);
     ReportOutputs(run.WriteOutputs(outDir, type));
     return 0;
@@ -116,6 +128,7 @@ size_t RunRecipeOnce(const std::wstring& recipe, const std::wstring& override,
                      const std::string& stem, bool raw, bool quiet) {
     Execution run(inputs);
     RecipeExecute(run.input(), run.output(), recipe.c_str(), override.empty() ? nullptr : override.c_str());
+    CheckRefusal();
     if (run.Result().empty())
         throw ToolError("the recipe gave no result: malformed JSON, or no filter type the library knows");
     if (!quiet) PrintResult(run.Result(), raw);
@@ -227,7 +240,7 @@ int main(int argc, char** argv) {
         std::cerr << "pixmill: " << e.what() << "\n";
         return 1;
     } catch (const std::exception& e) {
-        // The library reports a bad number in parameter text this way.
+        // A recipe or parameter text the library refused (CheckRefusal).
         std::cerr << "pixmill: the library refused the input: " << e.what() << "\n";
         return 2;
     }

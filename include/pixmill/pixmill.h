@@ -56,6 +56,19 @@ typedef struct ImageParam {
 /* ---- Recipe and filter execution ---------------------------------------- */
 
 /*
+ * No C++ exception ever leaves an export of this header: a C or Python host
+ * could not catch it. Where a recipe's or override's parameter text holds a
+ * number that does not read ("abc" for an integer, "x" for an ImageID), the
+ * export logs two level-4 lines, one naming the filter (Name, Key, Type),
+ * the parameter and the value, one naming the export
+ * (<ERROR func="RecipeExecute" result="refused" what="..."/>), and returns
+ * what it returns for a recipe it cannot use, as each export below says.
+ * PixmillLastError (pixmill_ext.h) gives the calling thread the last of
+ * those lines. Any other failure inside (out of memory) is answered the
+ * same way.
+ */
+
+/*
  * Runs a recipe on the caller's images.
  * input   images for the recipe; a SourceFilter picks those whose ImageID
  *         equals its own ImageID parameter. NULL runs without images.
@@ -65,9 +78,9 @@ typedef struct ImageParam {
  *         recipe: count 0 and an empty result text (resultSize is one
  *         wchar_t, the terminator).
  * param   optional override document: {"<filter Key or Name>":{"Params":[...]}}.
- * Returns 0. A bad number in the recipe's or the override's parameter text
- * ("abc" for an integer) raises std::invalid_argument or std::out_of_range
- * through this call, as it always has: C++ hosts should catch them.
+ * Returns 0. A recipe or override with a parameter value that does not read
+ * is refused: `output` gets count 0 and an empty result text, as for a
+ * malformed recipe, and the refusal is logged.
  */
 PIXMILL_API int RecipeExecute(ImageParam* input, ImageParam* output, const wchar_t* recipe,
                               const wchar_t* param);
@@ -77,7 +90,8 @@ PIXMILL_API int RecipeExecute(ImageParam* input, ImageParam* output, const wchar
  * pin whose key equals its ImageID (1 is the customary "In" pin).
  * param   the filter's own object: {"Params":[{"Key":"Threshold","Value":"100"}]}.
  * An unknown filter name gives no images and an empty result text.
- * Returns 0; exceptions as for RecipeExecute.
+ * Returns 0; a parameter value that does not read is refused as for
+ * RecipeExecute.
  */
 PIXMILL_API int FilterExecute(ImageParam* input, ImageParam* output, const wchar_t* filter,
                               const wchar_t* param);
@@ -97,7 +111,8 @@ PIXMILL_API int FilterExecute(ImageParam* input, ImageParam* output, const wchar
  *             without a terminator: zero-fill it first. May be NULL.
  * Returns the size of the whole result document in bytes (characters times
  * sizeof(wchar_t)), also when the copy was cut; 0 if the recipe file is
- * missing, shorter than 10 bytes or unreadable.
+ * missing, shorter than 10 bytes or unreadable, or if a parameter value does
+ * not read (nothing is copied or written then).
  */
 PIXMILL_API int RecipeExecuteByPath(const wchar_t* inputs, const wchar_t* outputPath,
                                     const wchar_t* recipePath, const wchar_t* param,
@@ -130,6 +145,8 @@ PIXMILL_API int RecipeExecuteByBuffer(const uint8_t* image1, int size1, int widt
  * which stay owned by the buffer. `param` is applied as an override
  * document, as for RecipeExecute. Other arguments as RecipeExecuteByBuffer.
  * Returns as RecipeExecuteByPath, or -1 if `buffer` is not a live handle.
+ * Safe to call from several threads: a concurrent ImageBufferRelease of the
+ * same handle waits for nothing and frees the buffer once this call ends.
  */
 PIXMILL_API int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int outSize, int* outWidth,
                                         int* outHeight, const wchar_t* recipe, const wchar_t* param,
@@ -141,7 +158,8 @@ PIXMILL_API int RecipeExecuteByBufferID(void* buffer, uint8_t* outImage, int out
  *              image; may be NULL.
  * resultText   receives the result document, NUL-terminated, cut to fit
  *              `resultChars` characters (terminator included); may be NULL.
- * Returns the size of the whole result document in bytes.
+ * Returns the size of the whole result document in bytes; 0 with an empty
+ * `resultText` when a parameter value does not read.
  */
 PIXMILL_API int FilterExecuteByBuffer(const uint8_t* source, uint8_t* destination, int width,
                                       int height, const wchar_t* filter, const wchar_t* param,
@@ -161,7 +179,11 @@ PIXMILL_API int ImageParamRelease(ImageParam* record);
  * (RecipeExecuteByBufferID). Returns a handle, or NULL on failure. The
  * handle stays valid until ImageBufferRelease; any other value (a released
  * handle, garbage) is refused with -1 and the log line
- * "[ERROR] Invalid  CImageBuffer ID", never touched.
+ * "[ERROR] Invalid  CImageBuffer ID", never touched. A handle is an opaque
+ * number that is never handed out twice. The buffer calls may be made from
+ * several threads at once, on one handle or many; a release while another
+ * thread still uses the buffer takes effect when that use ends. Handles
+ * and output records may also be released from a host's exit handlers.
  */
 PIXMILL_API void* ImageBufferCreate(void);
 
@@ -185,7 +207,10 @@ PIXMILL_API int ImageBufferAdd(void* buffer, int imageId, const uint8_t* data, i
 PIXMILL_API int ImageBufferGet(void* buffer, int imageId, uint8_t* data, int size, int* width,
                                int* height);
 
-/* Frees the buffer and its images. Returns 0, or -1 for an invalid handle. */
+/*
+ * Frees the buffer and its images. Returns 0, or -1 for an invalid handle;
+ * of two concurrent releases of one handle exactly one returns 0.
+ */
 PIXMILL_API int ImageBufferRelease(void* buffer);
 
 /* ---- Image files and pixels --------------------------------------------- */

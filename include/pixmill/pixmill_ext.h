@@ -42,6 +42,15 @@ PIXMILL_API void PixmillSetLogLevels(int file, int console, int debugOutput);
 typedef void (*PixmillTraceSink)(const char* line, void* user);
 PIXMILL_API void PixmillSetTraceSink(PixmillTraceSink sink, void* user);
 
+/*
+ * The error of the calling thread's last call into the library: the text
+ * (UTF-8) of the last level-4 log line that call wrote, whatever the log
+ * thresholds, or "" when it wrote none. Every other export starts a new call
+ * and clears it; this one does not. Never NULL. The text stays valid until
+ * the thread's next call into the library. Each thread has its own.
+ */
+PIXMILL_API const char* PixmillLastError(void);
+
 PIXMILL_EXTERN_C_END
 
 #endif /* PIXMILL_PIXMILL_EXT_H */
