@@ -7,6 +7,8 @@
 // median of the ratios of the two timed back to back in each iteration,
 // which slow changes of other load on the machine leave alone. Call is the
 // whole exported call (frames, edge images, two passes, debug images);
+// RotationOnly and ScoringOnly the two halves of one pass apart. OpenCV's
+// own threads are switched off for the whole program;
 // FrameReading is the reading of its three frames alone, with its ratio to
 // the whole call.
 #include <benchmark/benchmark.h>
@@ -21,6 +23,7 @@
 #include "BenchSupport.h"
 #include "framework/TestHooks.h"
 #include "inspect/Inspection.h"
+#include "inspect/pin/PinFind.h"
 #include "inspect/pin/RotatePinFind.h"
 #include "pixmill/pixmill.h"
 #include "platform/Platform.h"
@@ -92,6 +95,33 @@ void TwoWorkers(benchmark::State& state) {
     state.counters["ratio_paired"] = pairs[pairs.size() / 2];
 }
 
+// The two halves of a pass apart: the rotation worker's work and the
+// scoring worker's. Overlapping them can save at most the smaller.
+void RotationOnly(benchmark::State& state) {
+    const cv::Mat source = Source();
+    for (auto _ : state)
+        for (int i = 0; i < kAngles; ++i)
+            benchmark::DoNotOptimize(pixmill::inspect::pin::RotateImage(
+                source, pixmill::inspect::pin::RotationDegrees(i, kAngle, kStep)));
+}
+
+void ScoringOnly(benchmark::State& state) {
+    const cv::Mat source = Source();
+    std::vector<cv::Mat> rotated;
+    for (int i = 0; i < kAngles; ++i)
+        rotated.push_back(pixmill::inspect::pin::RotateImage(
+            source, pixmill::inspect::pin::RotationDegrees(i, kAngle, kStep)));
+    for (auto _ : state)
+        for (const cv::Mat& r : rotated) {
+            cv::Mat S;
+            pixmill::inspect::pin::IntegralImage(r, S);
+            pixmill::inspect::pin::TipPosition p;
+            benchmark::DoNotOptimize(pixmill::inspect::pin::ScanCorners(
+                S, cv::Mat(), kTipW, kTipH, pixmill::inspect::pin::RECTANGLE,
+                pixmill::inspect::pin::RECTANGLE, p));
+        }
+}
+
 void Call(benchmark::State& state) {
     double total = 0;
     for (auto _ : state) {
@@ -122,9 +152,16 @@ void FrameReading(benchmark::State& state) {
 int main(int argc, char** argv) {
     pixmill::bench::BenchRoot root;
     pixmill::inspect::SetSavePauses(false);
+    // OpenCV's own thread pool would blur the comparison: the one-thread
+    // pass must really run on one thread, and the two workers on two.
+    cv::setNumThreads(1);
     WriteFrames();
-    for (auto [name, fn] : {std::pair{"OneThread", OneThread}, std::pair{"TwoWorkers", TwoWorkers},
-                            std::pair{"Call", Call}, std::pair{"FrameReading", FrameReading}})
+    using Fn = void (*)(benchmark::State&);
+    const std::pair<const char*, Fn> benches[] = {
+        {"OneThread", OneThread}, {"TwoWorkers", TwoWorkers}, {"RotationOnly", RotationOnly},
+        {"ScoringOnly", ScoringOnly}, {"Call", Call},
+        {"FrameReading", FrameReading}};
+    for (const auto& [name, fn] : benches)
         benchmark::RegisterBenchmark(name, fn)
             ->Unit(benchmark::kMillisecond)
             ->MinTime(1.0)
