@@ -218,6 +218,7 @@ TEST_F(RotateTest, FailuresGiveMinusOneWithTheirLine) {
         {"angle", good, 2, 200, 60, 30, 180.5, 1, "Search Angle Error"},
         {"nan angle", good, 2, 200, 60, 30, NAN, 1, "Search Angle Error"},
         {"resolution 0", good, 2, 200, 60, 30, 10, 0, "Search Angle Error"},
+        {"infinite resolution", good, 2, 200, 60, 30, 0, INFINITY, "Search Angle Error"},
         {"too many angles", good, 2, 200, 60, 30, 180, 0.01, "Search Angle Error"},
         {"no frames", good, 0, 200, 60, 30, 10, 1, "Fail : File Error\n"},
         {"missing frame", good, 3, 200, 60, 30, 10, 1, "Fail : File Error\n"},

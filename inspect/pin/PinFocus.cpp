@@ -289,10 +289,12 @@ double PinLightFind(int sx, int sy, int cx, int cy, int aType, int mode, int tx,
 
             // The tip region, fixed at the image centre; the window moves.
             cv::Mat regionImage = cv::Mat::zeros(gray.size(), CV_8UC1);
-            const int hx = tx / 2, hy = ty / 2;
-            // A disc larger than twice the image covers all of it: larger
-            // radii are drawn at that size.
+            // A disc or rectangle reaching more than twice the image's size
+            // from the centre covers all of it: larger sizes are drawn at
+            // that size.
             const int64_t cover = 2 * static_cast<int64_t>(std::max(gray.rows, gray.cols)) + 2;
+            const int hx = static_cast<int>(std::clamp<int64_t>(tx / 2, -cover, cover));
+            const int hy = static_cast<int>(std::clamp<int64_t>(ty / 2, -cover, cover));
             const int discRadius = static_cast<int>(std::min<int64_t>(hx, cover));
             const int markRadius = static_cast<int>(std::min<int64_t>(tx, cover));
             if (aType == CIRCLE && tx >= 0)

@@ -68,7 +68,19 @@ public:
 
     std::vector<AngleScore> Run() {
         std::thread rotation([this] { Guarded([this] { Rotate(); }); });
-        std::thread scoring([this] { Guarded([this] { Score(); }); });
+        std::thread scoring;
+        try {
+            scoring = std::thread([this] { Guarded([this] { Score(); }); });
+        } catch (...) {
+            // No second thread: stop the first, join it, and fail the pass.
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                m_stop = true;
+                m_changed.notify_all();
+            }
+            rotation.join();
+            throw;
+        }
         rotation.join();
         scoring.join();
         if (m_error) std::rethrow_exception(m_error);
@@ -291,10 +303,11 @@ PinFindResult RotatePinFind(const RotateArgs& a, ImageStore& store, bool twoWork
                 if (a.sx % 4 != 0 || a.sy % 4 != 0)
                     throw Fail(-1).Line(
                         "%s Fail : Search Size Error(sx or sy is not a multiple of 4)\n", kTag);
-                // A resolution that is not a positive number, or one making
-                // more than kMaxRotateAngles angles, has no pass to run.
+                // A resolution that is not a positive finite number, or one
+                // making more than kMaxRotateAngles angles, has no pass to run.
                 const double angles = (a.searchAngle + a.searchAngle) / a.angleResolution + 1.0;
                 if (!(a.searchAngle >= 0 && a.searchAngle <= 180) || !(a.angleResolution > 0) ||
+                    !std::isfinite(a.angleResolution) ||
                     !(angles < kMaxRotateAngles + 1))
                     throw Fail(-1).Line("%s Fail : Search Angle Error(Too Big or Too Small)\n",
                                         kTag);
