@@ -108,8 +108,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 1: code = VBcvPinFind_Formfactor_EX(sx, sy, c, d, x, y, t1).Code; break;
         case 2: code = VBcvPinFind_Formfactor(sx, sy, c, c + in.ConsumeIntegralInRange(0, 1)).Code; break;
         case 3: {
-            // Few angles keep one run short; the resolution may be anything.
-            const double step = in.ConsumeBool() ? AnyDouble(in) : in.ConsumeFloatingPointInRange(2.0, 20.0);
+            // Few angles keep one run short: a resolution of at least 1
+            // degree, or one of the values that must be refused.
+            static const double kOdd[] = {std::numeric_limits<double>::quiet_NaN(),
+                                          std::numeric_limits<double>::infinity(), 0.0, -1.0};
+            const double step = in.ConsumeBool() ? kOdd[in.ConsumeIntegralInRange(0, 3)]
+                                                 : in.ConsumeFloatingPointInRange(1.0, 20.0);
             code = VBcvRotatePinFind(in.ConsumeBool() ? series.c_str() : nullptr, frames, 0, sx, sy,
                                      c, d, in.ConsumeFloatingPointInRange(-5.0, 30.0), step)
                        .Code;
