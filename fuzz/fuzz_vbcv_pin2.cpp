@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         case 5: code = VBcvPinFocusCheck(sx, sy, c, d).Code; break;
         default: {
-            const double level = VBcvPinLightFind(sx, sy, a - 150, b - 150,
+            const double level = VBcvPinLightFind(sx, sy, AnyInt(in, -300, 300), AnyInt(in, -300, 300),
                                                   in.ConsumeIntegralInRange(-1, 2),
                                                   in.ConsumeIntegralInRange(-1, 2), c, d);
             if (!(level == -1.0 || (level >= 0.0 && level <= 255.0))) __builtin_trap();
