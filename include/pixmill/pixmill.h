@@ -451,6 +451,130 @@ PIXMILL_API int GetFilterList(wchar_t* text, int textBytes);
  */
 PIXMILL_API int GetFilterInfo(const wchar_t* filter, wchar_t* text, int textBytes);
 
+/* ---- Pin inspections: form-factor plates, rotated tips, focus, light ------ */
+
+/*
+ * Form-factor pins: a rectangular plate with a smaller, darker base inside
+ * it. The three searches read the same camera image as VBcvPinFind, cut
+ * the sx x sy search area from its middle and return the offset (X, Y) of
+ * the plate's centre from the area centre with Code 0. They write
+ * "C:\PROBERPARAM\ParaImg\PinImage\pinResult_Formfactor_EX.jpg" (the first
+ * generation: pinResult_Formfactor.jpg) with the plate, its corners and
+ * its base marked.
+ *
+ * VBcvPinFind_Formfactor_EX2: plateWidth x plateHeight is the expected
+ * plate, baseWidth x baseHeight (at least 4) the base, whose centre lies
+ * (distanceX, distanceY) from the plate's. A plate that arrives in two
+ * pieces is merged when their union matches the plate size within the
+ * margins FormFactorMarginX / FormFactorMarginY of section PINALIGN of
+ * "C:\PROBERFILES\Parameter\Temporary.ini" (10 when absent or above
+ * plateHeight / 2). Code 7: the plate is cut by the area (a side within 10
+ * pixels of the border); (X, Y) is the offset of what is seen: move there
+ * and call again. th2 is the largest error of the measured plate size, th1
+ * (0 to 255) the least gray difference plate - base, not tested when
+ * skipDifference is not 0. Every other failure, parameters included, gives
+ * (-1, -1, -1).
+ */
+PIXMILL_API PinFindResult VBcvPinFind_Formfactor_EX2(int sx, int sy, int plateWidth,
+                                                     int plateHeight, int baseWidth,
+                                                     int baseHeight, double distanceX,
+                                                     double distanceY, double th1, double th2,
+                                                     int skipDifference);
+
+/*
+ * The generation before: tx x ty is the base; exactly one plate must be
+ * seen, at least 5 pixels off the border, and plate - base must reach th1.
+ * No merging, no retry, no ini file; every failure gives (-1, -1, -1).
+ */
+PIXMILL_API PinFindResult VBcvPinFind_Formfactor_EX(int sx, int sy, int tx, int ty,
+                                                    double distanceX, double distanceY,
+                                                    double th1);
+
+/*
+ * The first generation: finds, in each plate, the darkest tx x tx window
+ * (tx must equal ty). A plate whose window is at least 40 gray levels
+ * darker than the rest of it is a pin. Codes: 0 one pin, (X, Y) the
+ * plate's centre offset; 7 one pin within 5 pixels of the border, (X, Y)
+ * as for 0; 9 several pins; 999 none; 2 unreadable file; -1 parameters.
+ */
+PIXMILL_API PinFindResult VBcvPinFind_Formfactor(int sx, int sy, int tx, int ty);
+
+/*
+ * Finds a rectangular tx x ty tip of unknown orientation in the frames
+ * "<path>0.bmp" ... "<path>(FNum-1).bmp" (path in UTF-8, a prober path or a
+ * native one): their edge images are merged, rotated in whole degrees from
+ * -SearchAngle to +SearchAngle by AngleResolution, and the box collecting
+ * the most edge is searched at each angle, twice (the second time on the
+ * strips of the first answer). Result: X, Y the tip centre in the
+ * coordinates of the whole 480 x 480 image, and in Code the angle in
+ * degrees by which the image is turned (anticlockwise as displayed, y
+ * down) to bring the tip square to the axes; a tip drawn turned clockwise
+ * by a gives a. (-1, -1, -1) on failure: sx or sy above 480; tx or ty
+ * below 4 or above the area; sx or sy not a multiple of 4; SearchAngle
+ * outside 0..180, AngleResolution not above 0, or more than 3601 angles;
+ * a frame missing, unreadable or of another size than the first, or FNum
+ * below 1; the box reaching outside the area; a mean edge below 30 under
+ * the box. MaxFnum is not used. Writes Rotate_Sync_Masking.jpg and
+ * Rotate_Sync_Edge.jpg in "C:\PROBERPARAM\ParaImg\PinImage\". Uses two
+ * threads of its own, joined before it returns; calls from several
+ * threads at once are safe (they share only the debug images).
+ */
+PIXMILL_API PinFindResult VBcvRotatePinFind(const char* path, int FNum, int MaxFnum, int sx,
+                                            int sy, int tx, int ty, double SearchAngle,
+                                            double AngleResolution);
+
+typedef struct PinFocusCheckResult {
+    double Code;  /* 1 good, 2 blob too small or input unreadable */
+    double X, Y;  /* the blob box centre in whole-image coordinates */
+    double Width, Height;
+} PinFocusCheckResult;
+
+/*
+ * Reads "C:\PROBERPARAM\ParaImg\PinImage\FocimageRef.bmp", builds the edge
+ * image of the sx x sy area in its middle, keeps the pixels above 0.8 of
+ * its maximum and boxes their convex hull. Code 1 when the box is more
+ * than tx + 60 wide and ty + 60 high, with its centre and size; else
+ * (2, -1, -1, -1, -1). Writes FocimageRes.jpg beside the input.
+ */
+PIXMILL_API PinFocusCheckResult VBcvPinFocusCheck(int sx, int sy, int tx, int ty);
+
+typedef struct PinFocusingResult {
+    int SFrame, TFrame;    /* frame numbers k of "<path>k.bmp" */
+    int SX, SY, SWidth, SHeight;  /* S box: centre in whole-image coordinates, size */
+    int TX, TY, TWidth, THeight;  /* T box, likewise */
+} PinFocusingResult;
+
+/*
+ * Picks the sharpest frames of a focus series "<path>0.bmp" ...
+ * "<path>(FNum-1).bmp", all of one size, in their sx x sy middle. Along
+ * rows (for S) and along columns (for T) it marks runs between a rise and
+ * a fall of at least max(Diff, 21) gray levels between neighbouring
+ * pixels, keeps compact blobs of runs, and scores each frame by how steep
+ * the sides of those blobs are. S is the frame whose row runs have the
+ * steepest sides (edges across the rows: the tip's left and right), T the
+ * frame whose column runs have (its top and bottom); each comes with the
+ * box of its blobs. All fields are -1 on failure: sx or sy below 1, tx or
+ * ty below 8 or above the area, FNum below 1; a frame missing, unreadable,
+ * of another size or smaller than the area; no blob along the rows in any
+ * frame, or none along the columns. Writes PinFoc.jpg in
+ * "C:\PROBERPARAM\ParaImg\PinImage\".
+ */
+PIXMILL_API PinFocusingResult VBcvPinFocusing(const char* path, int FNum, int sx, int sy, int tx,
+                                              int ty, int Diff);
+
+/*
+ * Gray level difference |background - tip| in the sx x sy window whose
+ * centre lies (cx, cy) from the centre of the pin camera image. The tip
+ * region is fixed at the image centre (239, 239): a disc of radius tx / 2
+ * (aType 0) or a tx x ty rectangle (aType 1). Background: the window's
+ * pixels outside the region; with mode 0 only those within sx / 2 of the
+ * window's centre, with any other mode all of them. Returns -1.0 when the
+ * file cannot be read, the window does not fit the image, or the tip or
+ * the background has no pixel in the window. Writes pinLightResult.jpg.
+ */
+PIXMILL_API double VBcvPinLightFind(int sx, int sy, int cx, int cy, int aType, int mode, int tx,
+                                    int ty);
+
 PIXMILL_EXTERN_C_END
 
 #endif /* PIXMILL_PIXMILL_H */

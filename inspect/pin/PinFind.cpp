@@ -105,7 +105,7 @@ void MarkTip(cv::Mat& image, int sType, int cx, int cy, int64_t hx, TipPosition 
 // Steps
 // ---------------------------------------------------------------------------
 
-cv::Mat PinEdgeImage(const cv::Mat& area) {
+cv::Mat MultiScaleEdge(const cv::Mat& area) {
     const int w = area.cols, h = area.rows;
     cv::Mat edge = cv::Mat::zeros(h, w, CV_8UC1);
     if (w < 4 || h < 4) return edge;
@@ -128,9 +128,11 @@ cv::Mat PinEdgeImage(const cv::Mat& area) {
         uchar* out = edge.ptr<uchar>(r);
         for (int c = 0; c < w; ++c) out[c] = static_cast<uchar>((f[c] + hf[c] + q[c]) / 3.0);
     }
+    return edge;
+}
 
-    // Below the mean, or in the frame: no edge.
-    const double m = GrayMean(edge);
+void ClearFrameAndBelow(cv::Mat& edge, double m) {
+    const int w = edge.cols, h = edge.rows;
     for (int r = 0; r < h; ++r) {
         uchar* row = edge.ptr<uchar>(r);
         const bool frameRow = r < kFrame || r >= h - kFrame;
@@ -138,14 +140,26 @@ cv::Mat PinEdgeImage(const cv::Mat& area) {
             if (frameRow || c < kFrame || c >= w - kFrame || row[c] < m) row[c] = 0;
         }
     }
+}
 
+void ClearWeakTiles(cv::Mat& edge, double m) {
     // Non-overlapping 5 x 5 tiles whose mean is below m are cleared whole.
+    const int w = edge.cols, h = edge.rows;
     for (int cy = 2; cy < h - 2; cy += kTile) {
         for (int cx = 2; cx < w - 2; cx += kTile) {
             cv::Mat tile = edge(cv::Rect(cx - 2, cy - 2, kTile, kTile));
             if (cv::sum(tile)[0] / 25.0 < m) tile.setTo(0);
         }
     }
+}
+
+cv::Mat PinEdgeImage(const cv::Mat& area) {
+    cv::Mat edge = MultiScaleEdge(area);
+    if (area.cols < 4 || area.rows < 4) return edge;
+    // Below the mean, or in the frame: no edge; then the weak tiles.
+    const double m = GrayMean(edge);
+    ClearFrameAndBelow(edge, m);
+    ClearWeakTiles(edge, m);
     return edge;
 }
 

@@ -45,6 +45,17 @@ extern const wchar_t* const kPinFailureFolder;  // D:\proberfiles\PinImage\ (fai
 // Steps of the search, each callable on its own
 // ---------------------------------------------------------------------------
 
+// Mean of the gradient images of the area at full, half and quarter size,
+// at full size, uncleaned. All zero for an area below 4 x 4.
+cv::Mat MultiScaleEdge(const cv::Mat& area);
+
+// Clears the 5-pixel frame and every pixel below `m`.
+void ClearFrameAndBelow(cv::Mat& edge, double m);
+
+// Clears whole every non-overlapping 5 x 5 tile (centres at 2, 7, 12, ...)
+// whose mean is below `m`.
+void ClearWeakTiles(cv::Mat& edge, double m);
+
 // Multi-scale edge image of the search area, cleaned: the mean of the
 // gradient images at full, half and quarter size; pixels below the image's
 // mean and the 5-pixel frame cleared; 5 x 5 tiles whose mean is below it
