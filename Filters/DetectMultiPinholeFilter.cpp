@@ -42,8 +42,10 @@ void CDetectMultiPinholeFilter::Proc(std::vector<IPin*> pins, std::vector<IParam
             if (minSize < w && w < maxSize) {
                 ++count;
                 cv::rectangle(boxes, blobs.Box(l), cv::Scalar::all(255), cv::FILLED, 1);
-                // The input inside every box accepted so far.
-                kept = image & boxes;
+                // The input inside every box accepted so far, as an image of
+                // its own: each output shows the boxes up to its blob.
+                kept = cv::Mat();
+                cv::bitwise_and(image, boxes, kept);
                 outputs.push_back(kept);
                 VBcvTrace("DetectMultiPinholeFilter is success.\n");
                 SetResult(kResult, blobs.CentreX(l), blobs.CentreY(l), w, h, count);
