@@ -40,6 +40,17 @@ const Swept kBuiltFilters[] = {
     {L"ImageOverlapFilter", false},  // two inputs are needed
     {L"SideBySideFilter", true},
     {L"HistogramFilter", true},
+    {L"PintipPriorityFilter", true},
+    {L"FindPinholeFilter", false},  // the default sizes accept no width
+    {L"FindPintipFilter", false},  // the default sizes accept no width
+    {L"NearEdgeFilter", true},
+    {L"DetectMultiPinholeFilter", false},  // the default sizes accept no width
+    {L"DiagnosisFilter", true},
+    {L"SizeToleranceFilter", false},  // the default sizes accept no width
+    {L"PinBlobModeSelector", false},  // selects Manual (key 2), which gets no image
+    {L"PinMaskFilter", false},  // two inputs are needed
+    {L"FindMarkCenterFilter", true},
+    {L"HoughCirclesFilter", true},
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

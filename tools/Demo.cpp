@@ -38,6 +38,37 @@ cv::Mat DrawPads() {
     return image;
 }
 
+// A probe-card view for the pin-tip sample recipe: a dark frame around a
+// dim window of the card (120, 80, 400 x 320) and five bright pin tips of
+// radius 6; the tip nearest the window's centre is at (336, 252).
+cv::Mat DrawProbeCard() {
+    cv::Mat image(480, 640, CV_8UC1, cv::Scalar(12));
+    image(cv::Rect(120, 80, 400, 320)).setTo(70);
+    for (cv::Point tip : {cv::Point(180, 130), cv::Point(470, 150), cv::Point(336, 252), cv::Point(200, 360),
+                          cv::Point(455, 350)})
+        cv::circle(image, tip, 6, cv::Scalar(220), cv::FILLED);
+    cv::GaussianBlur(image, image, cv::Size(3, 3), 0.8);
+    cv::Mat noise(image.size(), CV_8SC1);
+    cv::RNG rng(20261123);
+    rng.fill(noise, cv::RNG::NORMAL, 0, 3);
+    cv::add(image, noise, image, cv::noArray(), CV_8U);
+    return image;
+}
+
+// A circular mark for the mark-centre sample recipe: a bright disc of
+// radius 80 centred at (352.5, 207.5) on a gray, noisy background.
+cv::Mat DrawMark() {
+    cv::Mat image(480, 640, CV_8UC1, cv::Scalar(60));
+    // Centre and radius in fixed point with 4 fractional bits.
+    cv::circle(image, cv::Point(352 * 16 + 8, 207 * 16 + 8), 80 * 16, cv::Scalar(180), cv::FILLED, cv::LINE_AA, 4);
+    cv::GaussianBlur(image, image, cv::Size(5, 5), 1.2);
+    cv::Mat noise(image.size(), CV_8SC1);
+    cv::RNG rng(20261124);
+    rng.fill(noise, cv::RNG::NORMAL, 0, 4);
+    cv::add(image, noise, image, cv::noArray(), CV_8U);
+    return image;
+}
+
 // The region the recipe crops: it holds the pads of rows 0 and 1, columns
 // 1 and 2, whole.
 const cv::Rect kCrop(180, 60, 280, 200);
@@ -84,6 +115,15 @@ int RunDemo(const std::string& rootArg) {
     if (!cv::imwrite(padsPath.string(), pads)) throw ToolError("cannot write " + padsPath.string());
     std::cout << "1. Drew " << padsPath.string() << ": 640 x 480, a dark wafer with " << kRows * kColumns
               << " bright pads of " << kPadWidth << " x " << kPadHeight << " and one probe mark.\n";
+
+    // The images of the sample recipes under examples/ in the source tree.
+    for (const auto& [name, image] : {std::pair<const char*, cv::Mat>{"pins.png", DrawProbeCard()},
+                                      std::pair<const char*, cv::Mat>{"mark.png", DrawMark()}}) {
+        const fs::path path = images / name;
+        if (!cv::imwrite(path.string(), image)) throw ToolError("cannot write " + path.string());
+    }
+    std::cout << "   Drew pins.png (a probe-card view, five pin tips) and mark.png (a circular mark)\n"
+                 "   for the sample recipes pintip_recipe.json and mark_center_recipe.json.\n";
 
     const fs::path recipePath = root / "demo_recipe.json";
     {
