@@ -11,6 +11,8 @@ packages=(
   libbenchmark-dev
   libcli11-dev
   clang libclang-rt-14-dev
+  xvfb
+  xauth
 )
 
 missing=()

@@ -40,6 +40,8 @@ const Swept kBuiltFilters[] = {
     {L"ImageOverlapFilter", false},  // two inputs are needed
     {L"SideBySideFilter", true},
     {L"HistogramFilter", true},
+    {L"WaferEdgeFilter", false},  // four corner images are needed
+    {L"WaferEdgeFindFilter", true},
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {
