@@ -12,6 +12,8 @@ packages=(
   libcli11-dev
   clang libclang-rt-14-dev
   locales
+  xvfb
+  xauth
 )
 
 missing=()

@@ -51,6 +51,8 @@ const Swept kBuiltFilters[] = {
     {L"PinMaskFilter", false},  // two inputs are needed
     {L"FindMarkCenterFilter", true},
     {L"HoughCirclesFilter", true},
+    {L"WaferEdgeFilter", false},  // four corner images are needed
+    {L"WaferEdgeFindFilter", true},
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

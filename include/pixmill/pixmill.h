@@ -574,6 +574,150 @@ PIXMILL_API PinFocusingResult VBcvPinFocusing(const char* path, int FNum, int sx
  */
 PIXMILL_API double VBcvPinLightFind(int sx, int sy, int cx, int cy, int aType, int mode, int tx,
                                     int ty);
+/* ---- Wafer edge ------------------------------------------------------------ */
+
+/*
+ * The rim camera's frames are 640 x 480 (a colour file is read in gray);
+ * the right 160 columns are dropped and the functions work on the 480 x 480
+ * region left (a larger frame keeps its top-left 480 x 480; a smaller or
+ * unreadable one is a file error). cpos tells which quadrant of the rim the
+ * frame shows: 0 top right, 1 top left, 2 bottom left, 3 bottom right; the
+ * wafer centre lies toward the opposite corner of the frame, and the rim is
+ * expected to cross the frame's diagonal near its middle. Paths are the
+ * caller's (UTF-8; "C:\..." maps under the root). Progress and failure
+ * lines go to the trace sink (PixmillSetTraceSink).
+ *
+ * Polarity: VBcvEdgeFind, VBcvEdgeFindEX and VBcvEdgeFindIA look for the
+ * wafer brighter than what lies beyond its rim (a bright wafer on a dark
+ * chuck); VBcvEdgeFindEX's outer point is where, beyond a dark bevel, the
+ * chuck grows brighter again. The four-frame find takes either polarity as
+ * long as all four frames agree.
+ */
+
+/* Every member -1.0 on a reported failure. */
+typedef struct EdgePoint {
+    double X;
+    double Y;
+} EdgePoint;
+
+typedef struct EdgePointPair {
+    double InnerX;
+    double InnerY;
+    double InnerScore;
+    double OuterX;
+    double OuterY;
+    double OuterScore;
+} EdgePointPair;
+
+/*
+ * One rim point: walking from the frame's corner along its diagonal toward
+ * the wafer centre, the position whose onward mean (to the nearer top or
+ * bottom side) exceeds the mean of the 30 pixels behind it the most, among
+ * positions where the next step grows brighter by 2 or more and x lies in
+ * the band of width max(sx, sy) around column 240. The band is the only use
+ * of sx and sy; their larger must be 30 to 480. Fails (X, Y = -1.0) on an
+ * unreadable frame, cpos outside 0 to 3, a size out of range, or no
+ * position (in that order). Pixels the walk would read past the region
+ * (its first and last steps) are read at the region's side.
+ */
+PIXMILL_API EdgePoint VBcvEdgeFind(const char* path, int cpos, int sx, int sy);
+
+/*
+ * The inner rim point as VBcvEdgeFind finds it (walk 31 pixels from the
+ * sides), then walking back out from it the outer point, rated by the
+ * onward mean less the mean of the 20 pixels behind plus 3 times the step's
+ * rise. Scores start at -10000; an outer walk that finds nothing leaves the
+ * outer point at -1.0 and its score at -10000 (a normal return). Failures
+ * as VBcvEdgeFind, six times -1.0.
+ */
+PIXMILL_API EdgePointPair VBcvEdgeFindEX(const char* path, int cpos, int sx, int sy);
+
+/*
+ * The best score of the last VBcvEdgeFind that got past its checks (-8000
+ * when it found nothing), then 0.0 until the next one. Safe to call from
+ * any thread; the last writer wins.
+ */
+PIXMILL_API double VBcvEdgeFind_GetScore(void);
+
+/*
+ * Shows the frame's edges (red on black, black see-through where the
+ * window system allows) in the window "PatternImage" at screen position
+ * (x, y); a left click toggles to the frame with the edges drawn over it.
+ * Returns 0 when shown, 2 if the file cannot be read, 3 when no display can
+ * be reached (trace "[VBcvEdgePattern] Fail : No display\n") or the window
+ * cannot be made. The images stay until VBcvDestroyWindow.
+ */
+PIXMILL_API int VBcvEdgePattern(const char* path, int x, int y);
+
+/*
+ * Closes the window `name` (if a pattern window was ever opened) and
+ * releases the pattern images. Returns 1, also when nothing was shown.
+ */
+PIXMILL_API int VBcvDestroyWindow(const char* name);
+
+/*
+ * Four-frame find. Reads "<path>0.bmp" to "<path>3.bmp" (cpos 0 to 3),
+ * lists every plausible rim position on each frame's diagonal (a local
+ * peak of the diagonal mean's onward rise above EdgeDetectGrayLevelThreshold)
+ * and combines one position of each frame into sets that fit one wafer:
+ * all four of one polarity, the weakest above EdgeGreyLevelQuadDiffThreshold
+ * percent of the strongest, the two diagonals' spans agreeing within 50
+ * pixels and neither above 560 diagonal steps. The two thresholds are read
+ * from "C:\PROBERFILES\Parameter\Temporary.ini", section "EdgeProfile"
+ * (defaults 20 and 40), and written back on every call.
+ *
+ * Returns the position counts and the combination count; the tables stay
+ * for VBcvEdgeFindFEX_GetCoordinate until the next process call or
+ * VBcvEdgeFindFEX_Release (a process call replaces them, releasing the old
+ * ones). sx or sy above 480: counts 0 and combinations -1 (tables kept).
+ * Unreadable frame: all five -1 (tables released). No combination: counts
+ * as found, combinations 0, and the canvas goes to
+ * "D:\proberfiles\WaferEdgeFail_images\P_yyMMdd_HHmmss.jpg". At most
+ * 100000 combinations are kept. Writes "C:\PROBERPARAM\ParaImg\WaferSync.jpg"
+ * and, with combinations, WaferEdge.jpg.
+ */
+typedef struct FEXCounts {
+    int Count0;
+    int Count1;
+    int Count2;
+    int Count3;
+    int Combinations;
+} FEXCounts;
+
+/* (x, y) of positions 0 to 3, -1 where there is none. */
+typedef struct FEXCoordinate {
+    int X0, Y0, X1, Y1, X2, Y2, X3, Y3;
+} FEXCoordinate;
+
+PIXMILL_API FEXCounts VBcvEdgeFindFEX_Process(const char* path, int sx, int sy);
+
+/*
+ * The same for a thin-wafer chuck: the ini file is neither read nor
+ * written (thresholds 20 and 40), and a second canvas of the averaged
+ * frames is saved as WaferSync2.jpg and WaferEdge2.jpg beside the first.
+ */
+PIXMILL_API FEXCounts VBcvEdgeFindFEX_Process_Thin_Chuck(const char* path, int sx, int sy);
+
+/* Frees the tables; harmless when there are none. */
+PIXMILL_API void VBcvEdgeFindFEX_Release(void);
+
+/*
+ * mode 0: element `index` of each position's candidate list (strongest
+ * first), a coordinate of 480 or more, or a position whose list is
+ * shorter, read as -1; a position without candidates reads (-1, -1) at
+ * index 0. Other modes: combination `index`, as stored. An index outside
+ * every table, or no tables, gives eight -1.
+ */
+PIXMILL_API FEXCoordinate VBcvEdgeFindFEX_GetCoordinate(int index, int mode);
+
+/*
+ * Checks a frame (at least 480 x 480, not cut) for a rim in the band of
+ * `width` diagonal steps around the diagonal's middle (step 239) and
+ * returns the strength of the last step in the band above `tolerance`, or
+ * -1 when none is (also for cpos outside 0 to 3, width of 2 or less, or an
+ * unreadable frame). The plot goes to "C:\PROBERPARAM\ParaImg\WaferEdgeIA.jpg".
+ */
+PIXMILL_API int VBcvEdgeFindIA(const char* path, int cpos, int width, int tolerance);
 
 PIXMILL_EXTERN_C_END
 
