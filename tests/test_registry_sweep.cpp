@@ -40,6 +40,9 @@ const Swept kBuiltFilters[] = {
     {L"ImageOverlapFilter", false},  // two inputs are needed
     {L"SideBySideFilter", true},
     {L"HistogramFilter", true},
+    {L"TenengradFocusFilter", true},
+    {L"MultiPeakFocusMeasureFilter", false},  // a flat image has no sharpest frame
+    {L"LCTGetBrightFilter", true},
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {
