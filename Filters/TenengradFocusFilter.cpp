@@ -39,14 +39,16 @@ TenengradMeasure MeasureTenengrad(const cv::Mat& gray, int kernel) {
     cv::Mat gy;
     cv::Sobel(gray, gx, CV_64F, 1, 0, 3, 1.0, 0.0, cv::BORDER_REFLECT_101);
     cv::Sobel(gray, gy, CV_64F, 0, 1, 3, 1.0, 0.0, cv::BORDER_REFLECT_101);
-    // sqrt(gx*gx + gy*gy) in one pass.
-    cv::Mat m;
-    cv::magnitude(gx, gy, m);
+    // sqrt(gx*gx + gy*gy) in one pass. The magnitude takes gx's place and
+    // the local mean gy's: at camera size each fresh matrix of doubles is
+    // 40 MB whose first touch costs more than the arithmetic on it.
+    cv::magnitude(gx, gy, gx);
+    const cv::Mat& m = gx;
 
     // The local mean over a box of side `kernel`; a side of 1 gives m itself.
     const cv::Mat box =
         cv::Mat::ones(kernel, kernel, CV_64F) / static_cast<double>(kernel * kernel);
-    cv::Mat local;
+    cv::Mat& local = gy;
     cv::filter2D(m, local, -1, box, cv::Point(-1, -1), 0.0, cv::BORDER_REFLECT_101);
 
     cv::minMaxLoc(local, nullptr, &out.max, nullptr, &out.maxAt);
