@@ -376,13 +376,17 @@ TEST_F(FocusTest, LctAcceptsAnAreaOfHalfTheImageAndNothingSmaller) {
         if (width < 100) EXPECT_EQ(b.bright, 0.0);
     }
     // Nothing above 50 after the blur, a one-pixel image, an area too thin to
-    // shrink: all 0.0.
-    for (const cv::Mat& m : {cv::Mat(100, 100, CV_8UC1, cv::Scalar(45)),
-                             cv::Mat(1, 1, CV_8UC1, cv::Scalar(200)),
-                             cv::Mat(40, 300, CV_8UC1, cv::Scalar(200))}) {
+    // shrink: all 0.0. A small uniform area has nothing standing on it and
+    // is measured whole, through the reduced enhancement of a 64 x 64 image.
+    const std::pair<cv::Mat, const wchar_t*> cases[] = {
+        {cv::Mat(100, 100, CV_8UC1, cv::Scalar(45)), L"{\"Bright\":0.0}"},
+        {cv::Mat(1, 1, CV_8UC1, cv::Scalar(200)), L"{\"Bright\":0.0}"},
+        {cv::Mat(40, 300, CV_8UC1, cv::Scalar(200)), L"{\"Bright\":0.0}"},
+        {cv::Mat(64, 64, CV_8UC1, cv::Scalar(200)), L"{\"Bright\":200.0}"}};
+    for (const auto& [image, expected] : cases) {
         auto filter = Make(L"LCTGetBrightFilter");
-        EXPECT_EQ(RunPins(*filter, {{1, {m}}}).size(), 1u);
-        EXPECT_EQ(std::wstring(filter->GetResult()), L"{\"Bright\":0.0}");
+        EXPECT_EQ(RunPins(*filter, {{1, {image}}}).size(), 1u);
+        EXPECT_EQ(std::wstring(filter->GetResult()), expected) << image.size();
     }
 }
 
