@@ -1,5 +1,6 @@
 // Sequences of image buffer calls with arbitrary handles and sizes: create,
-// add, get, release, and a recipe run by buffer ID.
+// add, get, release, a recipe run by buffer ID and the canned focus measure
+// on a buffer.
 #include <vector>
 
 #include "FuzzSupport.h"
@@ -29,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 default: return reinterpret_cast<void*>(in.ConsumeIntegral<uintptr_t>());
             }
         };
-        switch (in.ConsumeIntegralInRange(0, 4)) {
+        switch (in.ConsumeIntegralInRange(0, 5)) {
             case 0:
                 if (live.size() < 8) live.push_back(ImageBufferCreate());
                 break;
@@ -55,6 +56,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                     live.erase(std::remove(live.begin(), live.end(), h), live.end());
                     released.push_back(h);
                 }
+                break;
+            }
+            case 5: {
+                // Result capacities from none through a part of a character
+                // to more than the document needs.
+                wchar_t result[96];
+                MultiPeakFocusMeasureF(pick(), in.ConsumeBool() ? result : nullptr,
+                                       in.ConsumeIntegralInRange(-4, static_cast<int>(sizeof result)));
                 break;
             }
             default: {

@@ -53,6 +53,9 @@ const Swept kBuiltFilters[] = {
     {L"HoughCirclesFilter", true},
     {L"WaferEdgeFilter", false},  // four corner images are needed
     {L"WaferEdgeFindFilter", true},
+    {L"TenengradFocusFilter", true},
+    {L"MultiPeakFocusMeasureFilter", false},  // a flat image has no sharpest frame
+    {L"LCTGetBrightFilter", true},
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

@@ -718,6 +718,34 @@ PIXMILL_API FEXCoordinate VBcvEdgeFindFEX_GetCoordinate(int index, int mode);
  * unreadable frame). The plot goes to "C:\PROBERPARAM\ParaImg\WaferEdgeIA.jpg".
  */
 PIXMILL_API int VBcvEdgeFindIA(const char* path, int cpos, int width, int tolerance);
+/* ---- Canned focus measurements ----------------------------------------- */
+
+/*
+ * Rates the sharpness of one gray image of width*height bytes with the
+ * Tenengrad measure (TenengradFocusFilter, box side `kernel`, kept within
+ * 1..30) and returns the greatest local mean of the gradient magnitude
+ * times 100, truncated: 12.345 gives 1234. Returns 0 for a flat image and
+ * when nothing could be measured (null source, a dimension below 1).
+ * destination  receives at most width*height bytes of the marked picture,
+ *              which has three channels, so only its first third arrives;
+ *              may be NULL.
+ */
+PIXMILL_API int TenengradFocusF(const uint8_t* source, uint8_t* destination, int width, int height,
+                                int kernel);
+
+/*
+ * Chooses the sharpest image of a focus series: runs a built-in recipe
+ * (MultiPeakFocusMeasureFilter on the images with ImageID 1) on an image
+ * buffer, whose images stay owned by the buffer. The images of the series
+ * must share one size.
+ * resultText   receives the result document, NUL-terminated, cut to the
+ *              whole characters that fit in `resultBytes` bytes; may be NULL.
+ * Returns the 0-based index of the sharpest image; 0 when the series gives
+ * none (no images, all flat, images of different sizes); -1, running
+ * nothing, when `buffer` is NULL or not a live handle. The result document
+ * tells index 0 from "none".
+ */
+PIXMILL_API int MultiPeakFocusMeasureF(void* buffer, wchar_t* resultText, int resultBytes);
 
 PIXMILL_EXTERN_C_END
 
