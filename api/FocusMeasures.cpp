@@ -92,7 +92,9 @@ int TenengradFocus(const uint8_t* source, uint8_t* destination, int width, int h
 }
 
 int MultiPeakFocusMeasure(void* buffer, wchar_t* resultText, int resultBytes) {
-    CImageBuffer* images = LookUpImageBuffer(buffer);
+    // Held for the whole call: a concurrent release frees the buffer only
+    // when this call is done with it.
+    BufferUse images = UseImageBuffer(buffer);
     if (!images) return -1;
     LogW(2, L"<MultiPeakFocusMeasureF>  <BufferID>%ld</BufferID>",
          static_cast<long>(reinterpret_cast<intptr_t>(buffer)));
