@@ -40,6 +40,7 @@ const Swept kBuiltFilters[] = {
     {L"ImageOverlapFilter", false},  // two inputs are needed
     {L"SideBySideFilter", true},
     {L"HistogramFilter", true},
+    {L"PatternInPadMaskingFilter", true},  // without a reference the image passes
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {
