@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <opencv2/core/hal/hal.hpp>
 #include <opencv2/imgproc.hpp>

@@ -110,8 +110,10 @@ double PatternMatching1032(const char* markPath, const char* referencePath,
 // VBcv1032Pattern_MatchingECC: aligns the reference onto the mark with a
 // Euclidean ECC (at most kEccIterations steps, epsilon 1e-10), warps it and
 // shows the differences in five HighGUI windows until a key is pressed.
-// Without a display it traces "[VBcv1032Pattern_MatchingECC] No display : "
-// with OpenCV's message and returns. Writes no file.
+// Without a display (no Wayland or reachable local X display, or Qt's
+// offscreen platform) it traces "[VBcv1032Pattern_MatchingECC] No display :
+// nothing shown" and returns; should HighGUI still refuse, the line carries
+// OpenCV's message instead. Writes no file.
 inline constexpr int kEccIterations = 100;
 void PatternMatchingECC(const char* markPath, const char* referencePath,
                         ImageStore& store = Files()) noexcept;
