@@ -746,6 +746,79 @@ PIXMILL_API int TenengradFocusF(const uint8_t* source, uint8_t* destination, int
  * tells index 0 from "none".
  */
 PIXMILL_API int MultiPeakFocusMeasureF(void* buffer, wchar_t* resultText, int resultBytes);
+/* ---- Pattern matching ----------------------------------------------------- */
+
+/*
+ * Probe-mark comparison. `markPath` is a pad image after probing, and
+ * `referencePath` the same pad before probing (both read as gray; the
+ * reference is resized to the mark's size). The two are lined up on the
+ * pad's repeating pattern (mean offset of paired dark features, at most 4
+ * pixels per axis), the reference's brightness is evened out, and the mark
+ * is divided by the reference, so that shared pattern goes flat and a probe
+ * mark stands out. Written to `resultFolder` (created if missing):
+ *   TempImg.bmp       the flattened ratio image (about 200 where both agree),
+ *   ResultPadImg.bmp  255 where TempImg is darker than 0.9 times its mean
+ *                     (a probe mark), else 0.
+ * Returns 1.0 on every path: success shows as the two files. A missing or
+ * unreadable image, a NULL or empty resultFolder, or one too long for a
+ * 256-byte file name writes no file. Lines go to the trace sink.
+ */
+PIXMILL_API double VBcv1032Pattern_Matching(const char* markPath, const char* referencePath,
+                                            const char* resultFolder);
+
+/*
+ * Brightness gain of the mark image of the last VBcv1032Pattern_Matching:
+ * (256 - m) / (256 - m * 0.96), m the mark's mean gray level. Published
+ * for the host; 0 before the first comparison.
+ */
+PIXMILL_API float VBcvPadMeanGain(void);
+
+/*
+ * Aligns the reference onto the mark with a Euclidean ECC (at most 100
+ * iterations, epsilon 1e-10) and shows the warped images and their
+ * differences in five windows ("OrgMask", "OrgSub", "NormalizeSub",
+ * "Normal-OrgSub", "Normal-NormalizeSub") until a key is pressed. Writes no
+ * file. Without a display it traces "[VBcv1032Pattern_MatchingECC] No
+ * display : ..." and returns at once. Missing images return at once.
+ */
+PIXMILL_API void VBcv1032Pattern_MatchingECC(const char* markPath, const char* referencePath);
+
+/* The pattern's centre in the target and its score; all -1 on failure. */
+typedef struct PatternMatchResult {
+    int32_t x;
+    int32_t y;
+    int32_t score;
+} PatternMatchResult;
+
+/*
+ * Finds the pattern image inside the target image by normalised correlation
+ * (both read unchanged: same channels and 8-bit or float pixels). Returns the
+ * centre of the best placement (pattern width / 2 and height / 2 added to its
+ * corner, truncating) and its score, the correlation times 100 cut to an
+ * integer, when that score is at least scoreThreshold; the target with the
+ * placement drawn goes to "C:\PROBERPARAM\ParaImg\PinLowAlignResult.jpg".
+ * Otherwise -1, -1, -1 and the drawing goes to "...\PinLowAlignFail.jpg".
+ * Also -1, -1, -1 (no file) for: a NULL or empty path, a negative
+ * scoreThreshold, a target or pattern that cannot be loaded (NULL paths and
+ * unloadable patterns are refused here rather than read or passed on), a
+ * pattern larger than the target, or images of different types. Lines go to
+ * the log: progress at level 2, failures at level 4.
+ */
+PIXMILL_API PatternMatchResult VBcvPatternMatching(const char* targetPath, const char* patternPath,
+                                                   int scoreThreshold);
+
+/*
+ * Compares the series "<path><name>0.bmp" ... "<path><name><imageCount-1>.bmp"
+ * (read unchanged) pixel by pixel with image 0 and writes
+ * "<path><name>M.bmp": 0 where every image lies within pixelTolerance of
+ * image 0 (bytes compared as signed values, so 127 and 128 lie 255 apart),
+ * 255 elsewhere. Returns 1, or 0 without writing when an image is missing or
+ * differs in size or type from image 0, imageCount is 0 or less, a text is
+ * NULL ("File Error"), or when count * 100 / (rows * cols) of changing pixels
+ * is above changeLimit. A pixelTolerance of 0 or less marks every pixel.
+ */
+PIXMILL_API int VBcvMakePatternMask(const char* path, const char* name, int imageCount,
+                                    int pixelTolerance, int changeLimit);
 
 PIXMILL_EXTERN_C_END
 
