@@ -10,6 +10,7 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "logging/Trace.h"
+#include "platform/Display.h"
 #include "platform/Platform.h"
 
 namespace pixmill::inspect::pattern {
@@ -42,22 +43,13 @@ std::vector<std::vector<cv::Point>> ListContours(const cv::Mat& binary) {
 
 // Whether a HighGUI window can open. The toolkit OpenCV is built with may
 // end the process when it finds no display, rather than raise, so the
-// display is looked for first: a Wayland socket name, or an X display whose
-// local socket exists (a remote "host:0" is taken on trust).
+// display is asked for first (the same check as the edge pattern window).
 bool DisplayAvailable() {
     // Qt's windowless platforms show nothing and no key could end the wait.
     const char* qpa = std::getenv("QT_QPA_PLATFORM");
     if (qpa && (std::strcmp(qpa, "offscreen") == 0 || std::strcmp(qpa, "minimal") == 0))
         return false;
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    if (wayland && wayland[0] != '\0') return true;
-    const char* x = std::getenv("DISPLAY");
-    if (!x || x[0] == '\0') return false;
-    const std::string display(x);
-    if (display[0] != ':') return true;
-    const std::string number = display.substr(1, display.find('.') - 1);
-    std::error_code ec;
-    return std::filesystem::exists("/tmp/.X11-unix/X" + number, ec);
+    return platform::DisplayReachable();
 }
 
 double MeanOf(const cv::Mat& image) {
