@@ -40,6 +40,10 @@ const Swept kBuiltFilters[] = {
     {L"ImageOverlapFilter", false},  // two inputs are needed
     {L"SideBySideFilter", true},
     {L"HistogramFilter", true},
+    {L"VBcvGetThresholdFilter", true},
+    {L"VBcvGetThresholdExFilter", true},
+    {L"VBcvGetThresholdOvalFilter", true},
+    {L"EnhancePadFindFilter", false},  // a 16 x 16 image is smaller than the default pad
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {
