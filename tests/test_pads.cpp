@@ -265,6 +265,77 @@ std::vector<PadCase> PadCases() {
 INSTANTIATE_TEST_SUITE_P(Pads, PadLevelTest, ::testing::ValuesIn(PadCases()), CaseName);
 
 // ---------------------------------------------------------------------------
+// Spread correction against a naive reference
+// ---------------------------------------------------------------------------
+
+struct SpreadOutcome {
+    double level;
+    bool corrected;  // the spread moved the level away from the walked one
+};
+
+// VBcvGetThresholdEx on the whole image, the spread taken literally: for
+// every level a pass for the mean position of the pixels at or below it and
+// a second pass for their mean squared distance from it.
+SpreadOutcome NaiveWholeImageEx(const cv::Mat1b& image) {
+    double hist[256] = {}, cum[256] = {};
+    for (uint8_t v : image) hist[v] += 1;
+    for (int i = 0, run = 0; i < 256; ++i) cum[i] = run += static_cast<int>(hist[i]);
+    const TrianglePoint tp = TriangleOnCurve(hist, 255, true);
+    if (tp.distance == -1) return {-2.0, false};
+    const double avg = cum[tp.corner - 1] / (tp.corner - tp.start);
+    int walked = -1;
+    for (int j = tp.corner - 1; j >= tp.start && walked < 0; --j)
+        if (hist[j] < avg) walked = j;
+    const int n = tp.corner - tp.start;
+    std::vector<double> sx(n), sy(n);
+    for (int level = tp.start; level < tp.corner; ++level) {
+        double mx = 0, my = 0, count = 0;
+        for (int y = 0; y < image.rows; ++y)
+            for (int x = 0; x < image.cols; ++x)
+                if (image(y, x) <= level) mx += x, my += y, count += 1;
+        if (count == 0) continue;
+        mx /= count, my /= count;
+        for (int y = 0; y < image.rows; ++y)
+            for (int x = 0; x < image.cols; ++x)
+                if (image(y, x) <= level) {
+                    sx[level - tp.start] += (mx - x) * (mx - x) / count;
+                    sy[level - tp.start] += (my - y) * (my - y) / count;
+                }
+    }
+    const TrianglePoint X = TriangleOnCurve(sx.data(), n - 1, false);
+    const TrianglePoint Y = TriangleOnCurve(sy.data(), n - 1, false);
+    const double A = tp.corner - (tp.peak - tp.start + 1) * 0.2;
+    const int lx = X.corner + tp.start, ly = Y.corner + tp.start;
+    int t = walked;
+    if (!(A > lx && A > ly) && X.distance >= 0)
+        t = Y.distance < 0 ? lx : (X.corner >= Y.corner ? lx : ly);
+    return {static_cast<double>(t), t != walked};
+}
+
+// Bright pads on a darker frame, each with a compact dark probe mark: at
+// low levels the dark pixels gather in the mark, nearer the pad's level they
+// spread over the frame, which is what the correction looks for.
+TEST_F(PadTest, SpreadCorrectionMatchesTheNaiveReference) {
+    int corrected = 0;
+    for (int seed = 0; seed < 16; ++seed) {
+        cv::RNG rng(seed);
+        cv::Mat1b image(90, 120, static_cast<uint8_t>(rng.uniform(120, 200)));
+        const int margin = rng.uniform(6, 14);
+        const cv::Rect pad(margin, margin, 120 - 2 * margin, 90 - 2 * margin);
+        image(pad).setTo(cv::Scalar(rng.uniform(205, 235)));
+        cv::circle(image, {rng.uniform(30, 90), rng.uniform(25, 65)}, rng.uniform(3, 8),
+                   cv::Scalar(rng.uniform(25, 60)), cv::FILLED);
+        image = Roughen(image, seed);
+        const SpreadOutcome want = NaiveWholeImageEx(image);
+        corrected += want.corrected;
+        EXPECT_EQ(VBcvGetThresholdEx(image.data, 120, 90, 0, 0, 0, 0, 0, 0, 0), want.level)
+            << "seed " << seed;
+    }
+    // The set exercises the correction, not only the walk.
+    EXPECT_GT(corrected, 0);
+}
+
+// ---------------------------------------------------------------------------
 // Refusals of the estimators
 // ---------------------------------------------------------------------------
 
