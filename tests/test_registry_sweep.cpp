@@ -57,6 +57,10 @@ const Swept kBuiltFilters[] = {
     {L"MultiPeakFocusMeasureFilter", false},  // a flat image has no sharpest frame
     {L"LCTGetBrightFilter", true},
     {L"PatternInPadMaskingFilter", true},  // without a reference the image passes
+    {L"VBcvGetThresholdFilter", true},
+    {L"VBcvGetThresholdExFilter", true},
+    {L"VBcvGetThresholdOvalFilter", true},
+    {L"EnhancePadFindFilter", false},  // a 16 x 16 image is smaller than the default pad
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

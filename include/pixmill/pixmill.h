@@ -819,6 +819,30 @@ PIXMILL_API PatternMatchResult VBcvPatternMatching(const char* targetPath, const
  */
 PIXMILL_API int VBcvMakePatternMask(const char* path, const char* name, int imageCount,
                                     int pixelTolerance, int changeLimit);
+/* ---- Pad threshold ----------------------------------------------------- */
+
+/*
+ * A binarisation level of a pad image, found in the dark part of its
+ * histogram (pixels below the level are the dark class).
+ * data    width*height bytes, rows from top to bottom, no row padding.
+ * Works in two stages: t1, Otsu's level over the pixels below 128 only
+ * (every histogram bin counted one extra, so an empty half still gives a
+ * level); then the mean of the pixels below t1, and the result is
+ * (mean + t1) / 2 in whole numbers. When no pixel lies below t1 (also for a
+ * width or height of 0) the result is t1 / 2. The pixels are visited column
+ * index first (address column * width + row); this covers a square image
+ * once, and stops at the end of the buffer for other shapes.
+ * Returns the level (0 to 255), or -1 when width or height is negative or
+ * above 480, or data is NULL for an image with pixels.
+ * Lines go to the trace sink: the version line, then "Final Threshold : %d
+",
+ * or "Image Buffer Sise is wrong! 
+" and "[VBcvGetThreshold_Oval] End 
+"
+ * on a refusal.
+ */
+PIXMILL_API int VBcvGetThreshold_Oval_Auto_Pad_Reg(const unsigned char* data, int width,
+                                                   int height);
 
 PIXMILL_EXTERN_C_END
 
