@@ -3,6 +3,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <limits>
 #include <string>
 
 namespace pixmill::fuzz {
@@ -17,5 +18,28 @@ std::wstring WideText(const std::string& bytes);
 
 // A string escaped for use inside a JSON string literal.
 std::string JsonEscape(const std::string& text);
+
+// An integer argument: mostly within [low, high], sometimes an extreme of
+// the int range or any int at all.
+inline int AnyInt(FuzzedDataProvider& in, int low, int high) {
+    switch (in.ConsumeIntegralInRange(0, 15)) {
+        case 0: return std::numeric_limits<int>::max();
+        case 1: return std::numeric_limits<int>::min();
+        case 2: return in.ConsumeIntegral<int>();
+        default: return in.ConsumeIntegralInRange(low, high);
+    }
+}
+
+// A floating-point argument: NaN, infinity, -1, 0, or a value within
+// [low, high].
+inline double AnyDouble(FuzzedDataProvider& in, double low, double high) {
+    switch (in.ConsumeIntegralInRange(0, 7)) {
+        case 0: return std::numeric_limits<double>::quiet_NaN();
+        case 1: return std::numeric_limits<double>::infinity();
+        case 2: return -1.0;
+        case 3: return 0.0;
+        default: return in.ConsumeFloatingPointInRange(low, high);
+    }
+}
 
 }  // namespace pixmill::fuzz

@@ -9,20 +9,10 @@
 #include "enhance/PadThreshold.h"
 #include "pixmill/pixmill.h"
 
-namespace {
+using pixmill::fuzz::AnyDouble;
+using pixmill::fuzz::AnyInt;
 
-int AnyInt(FuzzedDataProvider& in, int low, int high) {
-    switch (in.ConsumeIntegralInRange(0, 15)) {
-        case 0:
-            return INT_MAX;
-        case 1:
-            return INT_MIN;
-        case 2:
-            return in.ConsumeIntegral<int>();
-        default:
-            return in.ConsumeIntegralInRange(low, high);
-    }
-}
+namespace {
 
 std::vector<uint8_t> Pixels(FuzzedDataProvider& in, int width, int height) {
     std::vector<uint8_t> px(static_cast<size_t>(width) * height);

@@ -12,17 +12,12 @@
 #include "pixmill/pixmill.h"
 #include "platform/Platform.h"
 
+using pixmill::fuzz::AnyDouble;
+using pixmill::fuzz::AnyInt;
+
 namespace {
 
 const char* const kPrefix = "C:\\fuzz\\edge";
-
-int AnyInt(FuzzedDataProvider& in, int low, int high) {
-    switch (in.ConsumeIntegralInRange(0, 15)) {
-        case 0: return std::numeric_limits<int>::max();
-        case 1: return std::numeric_limits<int>::min();
-        default: return in.ConsumeIntegralInRange(low, high);
-    }
-}
 
 // A frame: a drawn rim on a flat ground at the camera's size (or another),
 // raw pixels, or bytes that may not be an image at all.

@@ -13,24 +13,8 @@
 #include "platform/Platform.h"
 #include "framework/TestHooks.h"
 
-namespace {
-
-double AnyDouble(FuzzedDataProvider& in) {
-    switch (in.ConsumeIntegralInRange(0, 7)) {
-        case 0: return std::numeric_limits<double>::quiet_NaN();
-        case 1: return std::numeric_limits<double>::infinity();
-        case 2: return -1.0;
-        case 3: return 0.0;
-        default: return in.ConsumeFloatingPointInRange(-4.0, 400.0);
-    }
-}
-
-int AnySize(FuzzedDataProvider& in, int low, int high) {
-    if (in.ConsumeIntegralInRange(0, 15) == 0) return in.ConsumeBool() ? std::numeric_limits<int>::max() : std::numeric_limits<int>::min();
-    return in.ConsumeIntegralInRange(low, high);
-}
-
-}  // namespace
+using pixmill::fuzz::AnyDouble;
+using pixmill::fuzz::AnyInt;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pixmill::fuzz::SetUpOnce();
@@ -60,11 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         cv::imwrite(input, image);
     }
 
-    const int sx = AnySize(in, -8, 200), sy = AnySize(in, -8, 200);
+    const int sx = AnyInt(in, -8, 200), sy = AnyInt(in, -8, 200);
     const int sType = in.ConsumeIntegralInRange(-1, 2), aType = in.ConsumeIntegralInRange(-1, 2);
-    const int tx = AnySize(in, -4, 120), ty = AnySize(in, -4, 120);
-    const double ratio = AnyDouble(in), divisor = AnyDouble(in), radius = AnyDouble(in), reserved = AnyDouble(in);
-    const double verify = AnyDouble(in);
+    const int tx = AnyInt(in, -4, 120), ty = AnyInt(in, -4, 120);
+    const double ratio = AnyDouble(in, -4.0, 400.0), divisor = AnyDouble(in, -4.0, 400.0), radius = AnyDouble(in, -4.0, 400.0), reserved = AnyDouble(in, -4.0, 400.0);
+    const double verify = AnyDouble(in, -4.0, 400.0);
     const int saveMode = in.ConsumeIntegralInRange(-2, 4);
     PinFindResult r{};
     switch (in.ConsumeIntegralInRange(0, 3)) {
@@ -73,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 2: r = VBcvPinFindEX(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved, verify, saveMode); break;
         default:
             r = VBcvCrownPinFind(sx, sy, sType, aType, tx, ty, ratio, divisor, radius, reserved, verify, saveMode,
-                                 in.ConsumeIntegralInRange(-5, 300), AnyDouble(in));
+                                 in.ConsumeIntegralInRange(-5, 300), AnyDouble(in, -4.0, 400.0));
             break;
     }
     // A code is always a whole number.

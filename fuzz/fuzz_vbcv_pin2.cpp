@@ -19,23 +19,10 @@
 #include "platform/Platform.h"
 #include "platform/Profile.h"
 
+using pixmill::fuzz::AnyDouble;
+using pixmill::fuzz::AnyInt;
+
 namespace {
-
-double AnyDouble(FuzzedDataProvider& in) {
-    switch (in.ConsumeIntegralInRange(0, 7)) {
-        case 0: return std::numeric_limits<double>::quiet_NaN();
-        case 1: return std::numeric_limits<double>::infinity();
-        case 2: return -1.0;
-        case 3: return 0.0;
-        default: return in.ConsumeFloatingPointInRange(-20.0, 300.0);
-    }
-}
-
-int AnyInt(FuzzedDataProvider& in, int low, int high) {
-    if (in.ConsumeIntegralInRange(0, 15) == 0)
-        return in.ConsumeBool() ? std::numeric_limits<int>::max() : std::numeric_limits<int>::min();
-    return in.ConsumeIntegralInRange(low, high);
-}
 
 // Writes an image file at `native`: drawn rectangles on a level, raw
 // pixels, a truncated image, or bytes that are no image.
@@ -99,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int sx = AnyInt(in, -8, 490), sy = AnyInt(in, -8, 490);
     const int a = AnyInt(in, -4, 300), b = AnyInt(in, -4, 300), c = AnyInt(in, -4, 120),
               d = AnyInt(in, -4, 120);
-    const double x = AnyDouble(in), y = AnyDouble(in), t1 = AnyDouble(in), t2 = AnyDouble(in);
+    const double x = AnyDouble(in, -20.0, 300.0), y = AnyDouble(in, -20.0, 300.0), t1 = AnyDouble(in, -20.0, 300.0), t2 = AnyDouble(in, -20.0, 300.0);
     double code = 0;
     switch (which) {
         case 0:

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <opencv2/imgcodecs.hpp>
 #include <sstream>
 #include <stdexcept>
 
@@ -95,6 +96,25 @@ int CountOf(const std::string& haystack, const std::string& needle) {
          pos = haystack.find(needle, pos + needle.size()))
         ++n;
     return n;
+}
+
+void InspectionTest::SetUp() {
+    PixmillTest::SetUp();
+    inspect::SetSavePauses(false);
+    logging::SetTraceSink(
+        [](const char* line, void* user) { static_cast<std::string*>(user)->append(line); }, &m_trace);
+}
+
+void InspectionTest::TearDown() {
+    logging::SetTraceSink(nullptr, nullptr);
+    inspect::SetSavePauses(true);
+    PixmillTest::TearDown();
+}
+
+void InspectionTest::WriteImage(const std::string& proberPath, const cv::Mat& image) {
+    const std::string native = platform::NativePath(proberPath);
+    platform::CreateParentDirectories(native);
+    ASSERT_TRUE(cv::imwrite(native, image)) << native;
 }
 
 }  // namespace pixmill::test

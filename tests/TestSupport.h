@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <opencv2/core.hpp>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -41,6 +43,18 @@ protected:
 
     std::unique_ptr<TempRoot> m_root;
     std::vector<std::string> m_debugLines;
+};
+
+// The fixture of the inspection tests: no pause before debug images, and
+// every trace line of the test collected in m_trace.
+class InspectionTest : public PixmillTest {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Writes `image` at a prober path ("C:\\frames\\a0.bmp"), under the root.
+    static void WriteImage(const std::string& proberPath, const cv::Mat& image);
+
+    std::string m_trace;
 };
 
 // Counts how often `needle` occurs in `haystack`.

@@ -34,22 +34,15 @@ using test::RenderScene;
 using test::RimDistance;
 using test::WaferScene;
 
-void Collect(const char* line, void* user) {
-    static_cast<std::string*>(user)->append(line);
-}
-
-class EdgeTest : public test::PixmillTest {
+class EdgeTest : public test::InspectionTest {
 protected:
     void SetUp() override {
-        PixmillTest::SetUp();
-        SetSavePauses(false);
-        logging::SetTraceSink(Collect, &m_trace);
+        InspectionTest::SetUp();
         VBcvEdgeFindFEX_Release();
     }
     void TearDown() override {
         VBcvEdgeFindFEX_Release();
-        SetSavePauses(true);
-        PixmillTest::TearDown();
+        InspectionTest::TearDown();
     }
     // Writes `image` at the prober path `path` (under the root).
     static void Write(const std::string& path, const cv::Mat& image) {
@@ -60,7 +53,6 @@ protected:
     static bool Exists(const std::wstring& proberPath) {
         return platform::FileExists(platform::NativePath(proberPath));
     }
-    std::string m_trace;
 };
 
 const char* const kFrame = "C:\\frames\\rim.bmp";

@@ -26,10 +26,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void Collect(const char* line, void* user) {
-    static_cast<std::string*>(user)->append(line);
-}
-
 // The arguments of one call; the prober's usual values unless a case says.
 struct Call {
     enum Search { kFind, kWrap, kEX, kCrown } search = kFind;
@@ -78,18 +74,15 @@ cv::Mat Block(cv::Mat image, cv::Rect r) {
     return image;
 }
 
-class PinFindTest : public test::PixmillTest {
+class PinFindTest : public test::InspectionTest {
 protected:
     void SetUp() override {
-        PixmillTest::SetUp();
-        SetSavePauses(false);
+        InspectionTest::SetUp();
         SetPinImageSaveMode(-1);
-        logging::SetTraceSink(Collect, &m_trace);
     }
     void TearDown() override {
-        SetSavePauses(true);
         SetPinImageSaveMode(-1);
-        PixmillTest::TearDown();
+        InspectionTest::TearDown();
     }
     void WriteInput(const cv::Mat& image) {
         const std::string native = platform::NativePath(kPinInputImage);
@@ -108,7 +101,6 @@ protected:
     bool DebugImage(const wchar_t* name) const {
         return platform::FileExists(platform::NativePath(std::wstring(kPinDebugFolder) + name));
     }
-    std::string m_trace;
 };
 
 // ---------------------------------------------------------------------------

@@ -18,10 +18,6 @@
 namespace pixmill::inspect::pin {
 namespace {
 
-void Collect(const char* line, void* user) {
-    static_cast<std::string*>(user)->append(line);
-}
-
 // One scene: a bright 50 x 34 tip with a slightly textured face at
 // (226..275, 228..261) on a darker textured ground.
 cv::Mat FocusScene() {
@@ -34,18 +30,8 @@ cv::Mat FocusScene() {
     return f;
 }
 
-class FocusTest : public test::PixmillTest {
+class PinFocusTest : public test::InspectionTest {
 protected:
-    void SetUp() override {
-        PixmillTest::SetUp();
-        SetSavePauses(false);
-        logging::SetTraceSink(Collect, &m_trace);
-    }
-    void TearDown() override {
-        logging::SetTraceSink(nullptr, nullptr);
-        SetSavePauses(true);
-        PixmillTest::TearDown();
-    }
     void Write(const std::string& proberPath, const cv::Mat& image) {
         const std::string native = platform::NativePath(proberPath);
         platform::CreateParentDirectories(native);
@@ -65,16 +51,15 @@ protected:
         }
         return "C:\\focus\\f";
     }
-    std::string m_trace;
 };
 
 // ---------------------------------------------------------------------------
 // VBcvPinFocusing
 // ---------------------------------------------------------------------------
 
-class FocusSeriesTest : public FocusTest, public ::testing::WithParamInterface<int> {};
+class PinFocusSeriesTest : public PinFocusTest, public ::testing::WithParamInterface<int> {};
 
-TEST_P(FocusSeriesTest, SharpFramesAreChosen) {
+TEST_P(PinFocusSeriesTest, SharpFramesAreChosen) {
     const int sharp = GetParam();
     const std::string path = WriteSeries(7, sharp);
     const PinFocusingResult r = VBcvPinFocusing(path.c_str(), 7, 200, 200, 40, 30, 0);
@@ -95,9 +80,9 @@ TEST_P(FocusSeriesTest, SharpFramesAreChosen) {
         platform::NativePath(L"C:\\PROBERPARAM\\ParaImg\\PinImage\\PinFoc.jpg")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Series, FocusSeriesTest, ::testing::Values(0, 3, 6));
+INSTANTIATE_TEST_SUITE_P(Series, PinFocusSeriesTest, ::testing::Values(0, 3, 6));
 
-TEST_F(FocusTest, DiffBelowTwentyOneActsAsTwentyOne) {
+TEST_F(PinFocusTest, DiffBelowTwentyOneActsAsTwentyOne) {
     const std::string path = WriteSeries(5, 2);
     const auto same = [](const PinFocusingResult& a, const PinFocusingResult& b) {
         return a.SFrame == b.SFrame && a.TFrame == b.TFrame && a.SX == b.SX && a.SY == b.SY &&
@@ -114,7 +99,7 @@ TEST_F(FocusTest, DiffBelowTwentyOneActsAsTwentyOne) {
     EXPECT_TRUE(Traced("[VBcvPinFocusing] Fail : Detect fail \n")) << m_trace;
 }
 
-TEST_F(FocusTest, FocusingFailures) {
+TEST_F(PinFocusTest, FocusingFailures) {
     const std::string path = WriteSeries(2, 0);
     Write("C:\\focus\\g0.bmp", cv::Mat(480, 480, CV_8UC3, cv::Scalar(60, 60, 60)));
     Write("C:\\focus\\g1.bmp", cv::Mat(400, 480, CV_8UC1, cv::Scalar(60)));
@@ -142,7 +127,7 @@ TEST_F(FocusTest, FocusingFailures) {
     }
 }
 
-TEST_F(FocusTest, RunsKeepOffTheEndsOfTheirLines) {
+TEST_F(PinFocusTest, RunsKeepOffTheEndsOfTheirLines) {
     // One row: rises at 3|4, 10|11 and 30|31, falls at 6|7, 20|21 and 36|37
     // on a 40-pixel line.
     cv::Mat row(1, 40, CV_8UC1, cv::Scalar(10));
@@ -163,7 +148,7 @@ TEST_F(FocusTest, RunsKeepOffTheEndsOfTheirLines) {
 // VBcvPinFocusCheck
 // ---------------------------------------------------------------------------
 
-TEST_F(FocusTest, FocusCheckBlobMustExceedTheTipBySixty) {
+TEST_F(PinFocusTest, FocusCheckBlobMustExceedTheTipBySixty) {
     cv::Mat image(480, 480, CV_8UC1, cv::Scalar(60));
     image(cv::Rect(180, 190, 110, 90)).setTo(200);
     Write("C:\\PROBERPARAM\\ParaImg\\PinImage\\FocimageRef.bmp", image);
@@ -199,7 +184,7 @@ struct LightCase {
     int aType, mode, tx, ty, cx, cy;
 };
 
-class LightTest : public FocusTest, public ::testing::WithParamInterface<LightCase> {};
+class LightTest : public PinFocusTest, public ::testing::WithParamInterface<LightCase> {};
 
 TEST_P(LightTest, DifferenceOfKnownLevels) {
     const LightCase& c = GetParam();

@@ -18,10 +18,6 @@
 namespace pixmill::inspect::pin {
 namespace {
 
-void Collect(const char* line, void* user) {
-    static_cast<std::string*>(user)->append(line);
-}
-
 // A 480 x 480 camera image: background near 60, plates near 200 with a
 // base near 90, mild blur, and optional sensor noise.
 struct Scene {
@@ -79,25 +75,14 @@ PinFindResult Ex2(const FormfactorArgs& a) {
                                       a.skipDifference);
 }
 
-class FormfactorTest : public test::PixmillTest {
+class FormfactorTest : public test::InspectionTest {
 protected:
-    void SetUp() override {
-        PixmillTest::SetUp();
-        SetSavePauses(false);
-        logging::SetTraceSink(Collect, &m_trace);
-    }
-    void TearDown() override {
-        logging::SetTraceSink(nullptr, nullptr);
-        SetSavePauses(true);
-        PixmillTest::TearDown();
-    }
     void WriteInput(const cv::Mat& image) {
         const std::string native = platform::NativePath(kPinInputImage);
         platform::CreateParentDirectories(native);
         ASSERT_TRUE(cv::imwrite(native, image));
     }
     bool Traced(const std::string& line) const { return m_trace.find(line) != std::string::npos; }
-    std::string m_trace;
 };
 
 // ---------------------------------------------------------------------------

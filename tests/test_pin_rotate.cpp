@@ -19,10 +19,6 @@
 namespace pixmill::inspect::pin {
 namespace {
 
-void Collect(const char* line, void* user) {
-    static_cast<std::string*>(user)->append(line);
-}
-
 // Frame `k` of a 480 x 480 view: background near 60 with mild noise, and a
 // tip w x h turned clockwise (as displayed) by `degrees` about `centre`,
 // with a clear outline and a textured face, lightly blurred.
@@ -45,18 +41,8 @@ cv::Mat TipFrame(cv::Point2f centre, int w, int h, float degrees, int k, bool te
     return out;
 }
 
-class RotateTest : public test::PixmillTest {
+class RotateTest : public test::InspectionTest {
 protected:
-    void SetUp() override {
-        PixmillTest::SetUp();
-        SetSavePauses(false);
-        logging::SetTraceSink(Collect, &m_trace);
-    }
-    void TearDown() override {
-        logging::SetTraceSink(nullptr, nullptr);
-        SetSavePauses(true);
-        PixmillTest::TearDown();
-    }
     // Writes frames 0..n-1 under "C:\frames\<stem>" and returns that prefix.
     std::string WriteFrames(const std::string& stem, int n, cv::Point2f c, int w, int h,
                             float degrees, bool textured = true) {
@@ -68,7 +54,6 @@ protected:
         }
         return prefix;
     }
-    std::string m_trace;
 };
 
 // ---------------------------------------------------------------------------
