@@ -446,7 +446,9 @@ TEST_F(ApiTest, InputsThatThrowInsideAreRefusedAtTheBoundary) {
         EXPECT_NE(last.find(std::string("func=\"") + c.name + "\" result=\"refused\""), std::string::npos)
             << "[" << last << "]";
         const std::string name = c.name;
-        if (name == "FilterExecuteByBuffer") EXPECT_EQ(text[0], L'\0');
+        if (name == "FilterExecuteByBuffer") {
+            EXPECT_EQ(text[0], L'\0');
+        }
         if (name == "RecipeExecute" || name == "FilterExecute") {
             EXPECT_EQ(output.count, 0);
             ASSERT_NE(output.result, nullptr);
