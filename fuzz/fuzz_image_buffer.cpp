@@ -5,6 +5,7 @@
 
 #include "FuzzSupport.h"
 #include "pixmill/pixmill.h"
+#include "pixmill/pixmill_ext.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 default: return reinterpret_cast<void*>(in.ConsumeIntegral<uintptr_t>());
             }
         };
-        switch (in.ConsumeIntegralInRange(0, 5)) {
+        switch (in.ConsumeIntegralInRange(0, 6)) {
             case 0:
                 if (live.size() < 8) live.push_back(ImageBufferCreate());
                 break;
@@ -64,6 +65,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 wchar_t result[96];
                 MultiPeakFocusMeasureF(pick(), in.ConsumeBool() ? result : nullptr,
                                        in.ConsumeIntegralInRange(-4, static_cast<int>(sizeof result)));
+                break;
+            }
+            case 6: {
+                // Pixels and a kernel of any size; the measure reads only
+                // width * height bytes of a buffer that holds that many.
+                const int w = in.ConsumeIntegralInRange(-2, 40), hgt = in.ConsumeIntegralInRange(-2, 40);
+                std::vector<uint8_t> px(static_cast<size_t>(std::max(w, 0)) * std::max(hgt, 0) + 1,
+                                        in.ConsumeIntegral<uint8_t>());
+                std::vector<uint8_t> out(px.size());
+                TenengradFocusF(px.data(), in.ConsumeBool() ? out.data() : nullptr, w, hgt,
+                                in.ConsumeIntegralInRange(-3, 40));
+                // The calling thread's error text is always a terminated text.
+                if (PixmillLastError() == nullptr) __builtin_trap();
                 break;
             }
             default: {

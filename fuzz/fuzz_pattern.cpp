@@ -126,6 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (r != 1.0) __builtin_trap();
             // Headless: the display step must trace and return, never block.
             if (in.ConsumeBool()) VBcv1032Pattern_MatchingECC("C:\\fz\\mark.bmp", "C:\\fz\\ref.bmp");
+            VBcvPadMeanGain();
             break;
         }
         case 2: {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <cstdlib>
+
 #include "FuzzSupport.h"
 #include "framework/TestHooks.h"
 #include "pixmill/pixmill.h"
@@ -48,6 +50,13 @@ bool InRegion(double v) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pixmill::fuzz::SetUpOnce();
+    // The pattern window must stay closed however the fuzzer's shell is set.
+    static const bool headless = [] {
+        ::unsetenv("DISPLAY");
+        ::unsetenv("WAYLAND_DISPLAY");
+        return true;
+    }();
+    (void)headless;
     pixmill::inspect::SetSavePauses(false);
     FuzzedDataProvider in(data, size);
     const std::string prefix = kPrefix;
@@ -61,6 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             const EdgePoint p = VBcvEdgeFind(single.c_str(), cpos, sx, sy);
             if (!InRegion(p.X) || !InRegion(p.Y)) __builtin_trap();
             VBcvEdgeFind_GetScore();
+            // Headless fuzz runs: no window opens, both calls answer at once.
+            if (in.ConsumeBool()) VBcvEdgePattern(single.c_str(), cpos, sx);
+            if (in.ConsumeBool()) VBcvDestroyWindow(in.ConsumeBool() ? "pattern" : nullptr);
             break;
         }
         case 1: {
