@@ -2,7 +2,7 @@
 // "VBcvGetThresholdExFilter".
 #pragma once
 
-#include "framework/Filter.h"
+#include "Filters/VBcvGetThresholdFilter.h"
 
 // For each 8-bit one-channel input image: the level of VBcvGetThresholdEx for the
 // figure of Shape (0 to 5), size x by y, rotated by Angle and the corner cut Offset, and
@@ -17,11 +17,16 @@
 //
 // Result text, for the last image: {"threshold":"<level>"}. An image that is
 // not 8-bit one-channel makes the filter fail (its output stays as it was).
-class CVBcvGetThresholdExFilter : public CFilter {
+// Everything but the estimator is the VBcvGetThresholdFilter's.
+class CVBcvGetThresholdExFilter : public CVBcvGetThresholdFilter {
 public:
     CVBcvGetThresholdExFilter();
     ~CVBcvGetThresholdExFilter() override = default;
 
-    void Proc(std::vector<IPin*> pins, std::vector<IParam*> params) override;
     void Trace() override;
+
+protected:
+    double Estimate(const cv::Mat& src, int x, int y, int shape, bool blackPad, int angle,
+                    const std::vector<IParam*>& params) override;
+    const char* FilterName() const override { return "VBcvGetThresholdExFilter"; }
 };

@@ -36,11 +36,10 @@ void CVBcvGetThresholdFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*>
 
     std::vector<cv::Mat> results =
         pixmill::filters::MapInputImages(pins, [&](const cv::Mat& image) {
-            const cv::Mat src = pixmill::filters::EnhanceInput(image, "VBcvGetThresholdFilter");
+            const cv::Mat src = pixmill::filters::EnhanceInput(image, FilterName());
             // The inversion call with no pixels does nothing; it stays a no-op.
             pixmill::FuncTest(nullptr, nullptr, 0, 0);
-            const double found = pixmill::VBcvGetThreshold(src.data, src.cols, src.rows, x, y,
-                                                           shape, blackPad ? 1 : 0, angle, 0);
+            const double found = Estimate(src, x, y, shape, blackPad, angle, params);
             // The estimators return whole levels from -2 to 255.
             const int level =
                 pixmill::filters::PadLevelInImageScale(static_cast<int>(found), blackPad);
@@ -48,6 +47,12 @@ void CVBcvGetThresholdFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*>
             return pixmill::filters::BinarisePad(src, level, blackPad);
         });
     pixmill::filters::SetOutputImages(pins, results);
+}
+
+double CVBcvGetThresholdFilter::Estimate(const cv::Mat& src, int x, int y, int shape, bool blackPad,
+                                         int angle, const std::vector<IParam*>&) {
+    return pixmill::VBcvGetThreshold(src.data, src.cols, src.rows, x, y, shape, blackPad ? 1 : 0,
+                                     angle, 0);
 }
 
 void CVBcvGetThresholdFilter::Trace() {

@@ -24,4 +24,12 @@ public:
 
     void Proc(std::vector<IPin*> pins, std::vector<IParam*> params) override;
     void Trace() override;
+
+protected:
+    // The estimator's level for one checked image; the Ex filter uses its
+    // own estimator with the Offset parameter.
+    virtual double Estimate(const cv::Mat& src, int x, int y, int shape, bool blackPad, int angle,
+                            const std::vector<IParam*>& params);
+    // The name the filter's refusals carry.
+    virtual const char* FilterName() const { return "VBcvGetThresholdFilter"; }
 };
