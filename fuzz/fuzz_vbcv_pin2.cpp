@@ -93,7 +93,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             code = VBcvPinFind_Formfactor_EX2(sx, sy, a, b, c, d, x, y, t1, t2, in.ConsumeBool()).Code;
             break;
         case 1: code = VBcvPinFind_Formfactor_EX(sx, sy, c, d, x, y, t1).Code; break;
-        case 2: code = VBcvPinFind_Formfactor(sx, sy, c, c + in.ConsumeIntegralInRange(0, 1)).Code; break;
+        case 2: {
+            // The largest pin size is the smallest or one more, without
+            // stepping past the int range when the smallest is an extreme.
+            const int largest = c < std::numeric_limits<int>::max() ? c + in.ConsumeIntegralInRange(0, 1) : c;
+            code = VBcvPinFind_Formfactor(sx, sy, c, largest).Code;
+            break;
+        }
         case 3: {
             // Few angles keep one run short: a resolution of at least 1
             // degree, or one of the values that must be refused.
