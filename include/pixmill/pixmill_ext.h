@@ -6,6 +6,8 @@
 #ifndef PIXMILL_PIXMILL_EXT_H
 #define PIXMILL_PIXMILL_EXT_H
 
+#include <wchar.h>
+
 #include "pixmill/export.h"
 
 PIXMILL_EXTERN_C_BEGIN
@@ -50,6 +52,34 @@ PIXMILL_API void PixmillSetTraceSink(PixmillTraceSink sink, void* user);
  * the thread's next call into the library. Each thread has its own.
  */
 PIXMILL_API const char* PixmillLastError(void);
+
+/*
+ * Copies the export description document into `text`: strict JSON (UTF-8
+ * content as wide text) describing every flat export of pixmill.h and of
+ * this header,
+ *   {"exports":[{"name":"VBcvEdgeFind","header":"pixmill.h","summary":"...",
+ *     "args":[{"name":"path","type":"const char*","role":"path","meaning":"..."},...],
+ *     "returns":{"type":"EdgePoint","meaning":"...","fields":[{"name":"X",
+ *     "type":"double","meaning":"..."},...]},"failure":"X, Y = -1.0"},...],
+ *   "records":[{"name":"ImageParam","fields":[...]},...]}
+ * "fields" appears where the export returns a record. An argument's "role"
+ * tells a generic caller how to supply it: number, flag (int read as yes or
+ * no), path (UTF-8), text, pixels (8-bit pixels read), pixels_out (a buffer
+ * that receives pixels), width / height / size (of the pixel block or
+ * buffer named by "of", size in bytes), chars (capacity in characters of the
+ * text buffer named by "of"), width_out / height_out (receive the size of
+ * what "of" received), text_out (a wide-text buffer that receives a
+ * document), handle (an image buffer), record_in / record_out (ImageParam),
+ * callback and user. A pixels_out with "of" is as large as that pixel block.
+ *
+ * text       caller's buffer, or NULL to learn the size only.
+ * textBytes  capacity of `text` in bytes.
+ * Returns the size of the whole document in bytes (characters times
+ * sizeof(wchar_t)), whatever was copied; at most `textBytes` bytes are
+ * copied and no terminator is added: zero-fill the buffer first. Returns 0
+ * on an internal failure (out of memory).
+ */
+PIXMILL_API int PixmillDescribeExports(wchar_t* text, int textBytes);
 
 PIXMILL_EXTERN_C_END
 
