@@ -14,6 +14,11 @@ packages=(
   locales
   xvfb
   xauth
+  libffi-dev
+  python3-numpy
+  python3-pytest
+  python3-pip
+  python3-venv
 )
 
 missing=()

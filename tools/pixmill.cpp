@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "Demo.h"
+#include "Inspect.h"
 #include "ToolSupport.h"
 #include "pixmill/pixmill_ext.h"
 
@@ -229,6 +230,9 @@ int main(int argc, char** argv) {
     std::string demoRoot = "pixmill-demo";
     demo->add_option("--root", demoRoot, "Folder for the demo's images, recipe, outputs and logs")->capture_default_str();
 
+    InspectOptions inspectOptions;
+    auto* inspect = AddInspectCommand(app, inspectOptions);
+
     CLI11_PARSE(app, argc, argv);
 
     try {
@@ -236,6 +240,7 @@ int main(int argc, char** argv) {
         if (*filter) return CommandFilter(type, filterImages, sets, filterOut, filterRaw);
         if (*run) return CommandRun(recipePath, runImages, overrideArg, runOut, runRaw, each);
         if (*demo) return RunDemo(demoRoot);
+        if (*inspect) return RunInspect(*inspect, inspectOptions);
     } catch (const ToolError& e) {
         std::cerr << "pixmill: " << e.what() << "\n";
         return 1;
