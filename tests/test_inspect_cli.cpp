@@ -69,6 +69,7 @@ struct BadCase {
 class InspectBadArgumentTest : public InspectCliTest, public ::testing::WithParamInterface<BadCase> {};
 
 TEST_P(InspectBadArgumentTest, OneLineAndExitCodeTwo) {
+    ASSERT_TRUE(cv::imwrite(Path("src.png"), Texture(8, 6)));
     ToolRun run = Inspect(GetParam().args);
     EXPECT_EQ(run.exitCode, 2) << run.out << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
@@ -90,6 +91,9 @@ INSTANTIATE_TEST_SUITE_P(
                       BadCase{"GivenTwice", "Add --a 1 --a 2 --b 3", "--a given twice"},
                       BadCase{"ValueMissing", "Add --a 1 --b", "--b wants a value"},
                       BadCase{"MissingImage", "ImageInvert --source nothing.png", "--source: no such image file"},
+                      BadCase{"HugeCapacity", "ImageRead --path x.png --size 2000000000", "--size asks for more than"},
+                      BadCase{"SizeBeyondImage", "ImageInvert --source src.png --width 500 --height 500",
+                              "the sizes given for --source exceed"},
                       BadCase{"RecordArgument", "RecipeExecute --recipe x --param y", "ImageParam"}),
     [](const auto& info) { return std::string(info.param.label); });
 

@@ -57,6 +57,8 @@ struct ExportSpec {
 // the call (an image read from a file, a document).
 constexpr size_t kDefaultPixelCapacity = size_t{16} << 20;
 constexpr size_t kDefaultTextBytes = size_t{4} << 20;
+// Largest output buffer a command line may ask for.
+constexpr int kMaxCapacity = 256 << 20;
 
 std::vector<ExportSpec> LoadExports() {
     const int bytes = PixmillDescribeExports(nullptr, 0);
@@ -304,6 +306,13 @@ private:
         return nullptr;
     }
     int UserInt(const ArgSpec& a) const { return static_cast<int>(ParseInteger(a.name, m_values.at(a.name))); }
+    // A capacity the command line gives for an output buffer.
+    size_t UserCapacity(const ArgSpec& a, size_t unit) const {
+        const int v = UserInt(a);
+        if (v > kMaxCapacity / static_cast<int>(unit))
+            throw ArgumentError("--" + a.name + " asks for more than " + std::to_string(kMaxCapacity >> 20) + " MiB");
+        return v > 0 ? static_cast<size_t>(v) * unit : 0;
+    }
 
     const ExportSpec& m_e;
     std::map<std::string, std::string> m_values;
@@ -390,17 +399,16 @@ void Call::Prepare() {
                 auto it = m_images.find(a.of);
                 capacity = it == m_images.end() ? 0 : it->second.total();
             } else if (const ArgSpec* size = SizerOf(a.name, "size"); size && m_values.count(size->name)) {
-                const int given = UserInt(*size);
-                capacity = given > 0 ? static_cast<size_t>(given) : 0;
+                capacity = UserCapacity(*size, 1);
             }
             m_bytes[a.name].assign(capacity, 0);
             m_slots[i].p = capacity ? m_bytes[a.name].data() : nullptr;
         } else if (a.role == "text_out") {
             size_t bytes = kDefaultTextBytes;
             if (const ArgSpec* size = SizerOf(a.name, "size"); size && m_values.count(size->name))
-                bytes = static_cast<size_t>(std::max(0, UserInt(*size)));
+                bytes = UserCapacity(*size, 1);
             if (const ArgSpec* chars = SizerOf(a.name, "chars"); chars && m_values.count(chars->name))
-                bytes = static_cast<size_t>(std::max(0, UserInt(*chars))) * sizeof(wchar_t);
+                bytes = UserCapacity(*chars, sizeof(wchar_t));
             m_texts[a.name].assign(bytes / sizeof(wchar_t) + 1, L'\0');
             m_slots[i].p = m_texts[a.name].data();
         } else if (a.role == "width_out" || a.role == "height_out") {
@@ -426,6 +434,21 @@ void Call::Prepare() {
             v = static_cast<int32_t>(std::min<size_t>(a.role == "chars" ? chars : chars * sizeof(wchar_t), INT_MAX));
         }
         m_slots[i].i = v;
+    }
+    // Sizes given by hand must stay within the images, which the export
+    // reads (and, for outputs shaped like them, writes) that far.
+    for (const auto& [name, image] : m_images) {
+        long long width = 0, height = 0, size = 0;
+        for (size_t i = 0; i < m_e.args.size(); ++i) {
+            if (m_e.args[i].of != name) continue;
+            const std::string& role = m_e.args[i].role;
+            if (role == "width") width = m_slots[i].i;
+            if (role == "height") height = m_slots[i].i;
+            if (role == "size") size = m_slots[i].i;
+        }
+        const long long bytes = static_cast<long long>(image.total() * image.elemSize());
+        if ((width > 0 && height > 0 && width * height > bytes) || size > bytes)
+            throw ArgumentError("the sizes given for --" + name + " exceed its " + std::to_string(bytes) + " bytes");
     }
 }
 

@@ -166,6 +166,9 @@ def _take_output(record):
     try:
         images = []
         for i in range(record.count):
+            if not record.images[i]:
+                images.append(None)
+                continue
             d = record.images[i].contents
             shape = (d.height, d.width) if d.channels == 1 else (d.height, d.width, d.channels)
             n = int(d.size)
@@ -264,7 +267,7 @@ class ImageBuffer:
 
         with pixmill.ImageBuffer() as buf:
             buf.add(image, image_id=1)
-            width, height, pixels = ...
+            pixmill.MultiPeakFocusMeasureF(buffer=buf)
     It can be passed wherever an export takes an image buffer handle."""
 
     def __init__(self):
@@ -491,6 +494,14 @@ def call(name, **kwargs):
             values[n] = chars if role == "chars" else chars * _WCHAR
         else:
             values[n] = 0
+
+    # Sizes given by hand must stay within the arrays, which the library
+    # reads (and, for outputs shaped like them, writes) that far.
+    for n, img in arrays.items():
+        dims = {x["role"]: values[x["name"]] for x in args if x.get("of") == n}
+        w, h = dims.get("width", 0), dims.get("height", 0)
+        if (w > 0 and h > 0 and w * h > img.size) or dims.get("size", 0) > img.size:
+            raise ValueError(f"{name}(): the sizes given for {n} exceed its {img.size} bytes")
 
     _clear_last_error()
     result = _function(name)(*[values[a["name"]] for a in args])

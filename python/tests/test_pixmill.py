@@ -115,6 +115,8 @@ def test_images_round_trip_through_files(tmp_path):
     (lambda: pixmill.ImageInvert(source=np.zeros((4, 4, 3), np.uint8)), ValueError),
     (lambda: pixmill.ImageInvert(source=np.zeros((4, 4), np.float32)), TypeError),
     (lambda: pixmill.ImageBufferRelease(buffer=12345), pixmill.PixmillError),
+    (lambda: pixmill.ImageInvert(source=np.zeros((4, 4), np.uint8), width=40, height=4), ValueError),
+    (lambda: pixmill.ImageBufferAdd(buffer=0, imageId=1, data=np.zeros((4, 4), np.uint8), size=17), ValueError),
 ])
 def test_bad_calls_raise(call, error):
     with pytest.raises(error):
