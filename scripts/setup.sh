@@ -14,6 +14,9 @@ packages=(
   locales
   xvfb
   xauth
+  libsystemd-dev
+  dpkg-dev
+  file
 )
 
 missing=()
