@@ -5,6 +5,8 @@
 #include <locale.h>
 #include <pthread.h>
 #include <syslog.h>
+#include <systemd/sd-journal.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -515,7 +517,6 @@ DebugState& Debug() {
     static DebugState* state = new DebugState();
     return *state;
 }
-std::once_flag g_syslogOpen;
 
 }  // namespace
 
@@ -527,8 +528,22 @@ void DebugOutput(const std::string& text) {
             return;
         }
     }
-    std::call_once(g_syslogOpen, [] { ::openlog("pixmill", LOG_PID, LOG_USER); });
-    ::syslog(LOG_USER | LOG_DEBUG, "%s", text.c_str());
+    // Each message carries its own identifier: openlog would set the ident
+    // of the whole host process, which belongs to the host. The journal
+    // takes the identifier as a field; plain syslog (no journal running)
+    // gets it at the head of the text, after the host's own ident.
+    const std::string message = "MESSAGE=" + text;
+    static const char kIdentifier[] = "SYSLOG_IDENTIFIER=pixmill";
+    static const char kPriority[] = "PRIORITY=7";        // LOG_DEBUG
+    static const char kFacility[] = "SYSLOG_FACILITY=1";  // LOG_USER >> 3
+    iovec fields[] = {
+        {const_cast<char*>(message.data()), message.size()},
+        {const_cast<char*>(kIdentifier), sizeof kIdentifier - 1},
+        {const_cast<char*>(kPriority), sizeof kPriority - 1},
+        {const_cast<char*>(kFacility), sizeof kFacility - 1},
+    };
+    if (::sd_journal_sendv(fields, static_cast<int>(std::size(fields))) >= 0) return;
+    ::syslog(LOG_USER | LOG_DEBUG, "pixmill: %s", text.c_str());
 }
 
 void SetDebugOutputForTesting(std::function<void(const std::string&)> sink) {

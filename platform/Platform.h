@@ -169,8 +169,9 @@ size_t StackSize();
 // Debug output
 // ---------------------------------------------------------------------------
 
-// Sends one line to the system's debug channel (syslog, ident "pixmill",
-// facility user, priority debug).
+// Sends one line to the system's debug channel with the identifier
+// "pixmill", facility user, priority debug: the journal where one runs, else
+// syslog with "pixmill: " before the text. Never calls openlog.
 void DebugOutput(const std::string& text);
 
 

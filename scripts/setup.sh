@@ -19,6 +19,9 @@ packages=(
   python3-pytest
   python3-pip
   python3-venv
+  libsystemd-dev
+  dpkg-dev
+  file
 )
 
 missing=()

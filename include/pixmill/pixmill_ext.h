@@ -31,7 +31,10 @@ PIXMILL_API int PixmillSetRoot(const char* root);
  * call. For troubleshooting without changing the host, the environment
  * variable PIXMILL_LOG_LEVELS="file,console,debug" (for example "1,6,4")
  * is read at start-up instead; a value set here wins over it.
- * debugOutput goes to syslog (ident "pixmill", facility user, priority debug).
+ * debugOutput goes to the system log with the identifier "pixmill", facility
+ * user, priority debug: to the journal where one runs, else through syslog
+ * with "pixmill: " before the text. The host's own syslog identity (openlog)
+ * is left as it is.
  */
 PIXMILL_API void PixmillSetLogLevels(int file, int console, int debugOutput);
 
@@ -80,6 +83,14 @@ PIXMILL_API const char* PixmillLastError(void);
  * on an internal failure (out of memory).
  */
 PIXMILL_API int PixmillDescribeExports(wchar_t* text, int textBytes);
+ * The library's version, "MAJOR.MINOR.PATCH" ("1.0.0"): the number of the
+ * installed files (libpixmill.so.MAJOR), of the CMake package
+ * (find_package(Pixmill MAJOR)), of pixmill.pc and of the Debian packages.
+ * A host can log it or refuse a library older than it needs. The text is
+ * static and never NULL. Like every export but PixmillLastError, it starts a
+ * new call: the calling thread's last error becomes "".
+ */
+PIXMILL_API const char* PixmillVersion(void);
 
 PIXMILL_EXTERN_C_END
 
