@@ -20,10 +20,11 @@ namespace {
 
 constexpr int kThreads = 4;
 constexpr int kRuns = 200;
-constexpr int kWidth = 96;
-constexpr int kHeight = 80;
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
 
-// Texture with blobs, different for every seed.
+// Texture with blobs, different for every seed. Large enough that the
+// images go through the buffer pool.
 cv::Mat1b Scene(int seed) {
     cv::Mat1b m(kHeight, kWidth);
     cv::RNG rng(static_cast<uint64_t>(seed) + 1);
