@@ -11,6 +11,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Filters/ImageLoop.h"
+#include "framework/BufferPool.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -57,9 +58,10 @@ void CBinaryFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
             // The round trip through three channels accepts one-channel
             // images only: GRAY2BGR throws on a colour image, and that
             // exception is how the filter refuses it.
-            cv::Mat bgr;
-            cv::Mat gray;
-            cv::Mat dst;
+            // Pooled images reuse the memory of earlier runs.
+            cv::Mat bgr = pixmill::PooledMat();
+            cv::Mat gray = pixmill::PooledMat();
+            cv::Mat dst = pixmill::PooledMat();
             cv::cvtColor(src, bgr, cv::COLOR_GRAY2BGR);
             cv::cvtColor(bgr, gray, cv::COLOR_RGB2GRAY);
             cv::threshold(gray, dst, threshold, 255,
@@ -67,9 +69,10 @@ void CBinaryFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
             return dst;
         });
 
-    // Set the outputs: every output pin gets the whole list and stores its
-    // own copies, so the local images may go when Proc returns.
-    pixmill::filters::SetOutputImages(pins, results);
+    // Set the outputs: every output pin gets the whole list. Handed over
+    // with std::move, the images are not copied; the filter must not touch
+    // them afterwards (the plain form stores copies instead).
+    pixmill::filters::SetOutputImages(pins, std::move(results));
 
     // Write the result: a JSON fragment that the recipe's result document
     // pastes in unquoted. A filter that writes none reports "" there.

@@ -5,8 +5,10 @@
 #include <cwchar>
 
 #include "Filters/ImageLoop.h"
+#include "framework/BufferPool.h"
 #include "Filters/SizeLimit.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 
@@ -37,7 +39,9 @@ cv::Mat Crop(const cv::Mat& src, int x, int y, int width, int height) {
 
     pixmill::filters::CheckImageSize(width, height, static_cast<int64_t>(src.elemSize()),
                                      "CropFilter: the requested rectangle");
-    cv::Mat canvas = cv::Mat::zeros(height, width, src.type());
+    cv::Mat canvas = pixmill::PooledMat();
+    canvas.create(height, width, src.type());
+    canvas.setTo(cv::Scalar::all(0));
     const cv::Rect target(static_cast<int>(x0 - x), static_cast<int>(y0 - y), region.width,
                           region.height);
     src(region).copyTo(canvas(target));
@@ -64,10 +68,10 @@ void CCropFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
 
     std::vector<cv::Mat> results = pixmill::filters::MapInputImages(pins, [&](const cv::Mat& src) {
         cv::Mat crop = Crop(src, x, y, width, height);
-        pixmill::WriteImageFile(kDebugImagePath, crop);
+        pixmill::WriteDebugImageFile(kDebugImagePath, crop);
         return crop;
     });
-    pixmill::filters::SetOutputImages(pins, results);
+    pixmill::filters::SetOutputImages(pins, std::move(results));
 
     SetResult(L"{\"x\":\"%d\", \"y\":\"%d\", \"width\":\"%d\", \"height\":\"%d\"}",
                   x, y, width, height);

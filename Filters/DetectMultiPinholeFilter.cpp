@@ -5,6 +5,7 @@
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 #include "logging/Trace.h"
@@ -58,7 +59,7 @@ void CDetectMultiPinholeFilter::Proc(std::vector<IPin*> pins, std::vector<IParam
         }
         // The debug file holds the last masked image of the image; writing
         // it once per image leaves the same file as once per blob.
-        if (!kept.empty()) pixmill::WriteImageFile(pin::DebugImagePath(L"DetectMultiPinholeFilter"), kept);
+        if (!kept.empty()) pixmill::WriteDebugImageFile(pin::DebugImagePath(L"DetectMultiPinholeFilter"), kept);
     }
     if (count == 0) {
         VBcvTrace("DetectMultiPinholeFilter is fail.\n");

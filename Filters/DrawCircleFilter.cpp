@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 
@@ -43,7 +44,7 @@ void CDrawCircleFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
             cv::circle(mask, cv::Point(centerX, centerY), radius, cv::Scalar(255, 255, 255, 0), -1,
                        1, 0);
             masks.push_back(mask);
-            pixmill::WriteImageFile(kDebugImagePath, mask);
+            pixmill::WriteDebugImageFile(kDebugImagePath, mask);
         }
     }
 

@@ -4,6 +4,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Filters/ImageLoop.h"
+#include "framework/BufferPool.h"
 #include "Filters/SizeLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
@@ -35,11 +36,11 @@ void CGaussianBlurFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> par
     // negative window throws, and the filter keeps its previous output.
     std::vector<cv::Mat> results =
         pixmill::filters::MapInputImages(pins, [kernel, sigma](const cv::Mat& src) {
-            cv::Mat dst;
+            cv::Mat dst = pixmill::PooledMat();
             cv::GaussianBlur(src, dst, cv::Size(kernel, kernel), sigma, 0, cv::BORDER_DEFAULT);
             return dst;
         });
-    pixmill::filters::SetOutputImages(pins, results);
+    pixmill::filters::SetOutputImages(pins, std::move(results));
 }
 
 void CGaussianBlurFilter::Trace() {

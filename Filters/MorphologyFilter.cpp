@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Filters/ImageLoop.h"
+#include "framework/BufferPool.h"
 #include "Filters/SizeLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
@@ -30,14 +31,14 @@ void CMorphologyFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
             // closing fills dark holes smaller than it. The border value is
             // neutral to both, so a shape touching the image border keeps
             // its outline there.
-            cv::Mat t;
+            cv::Mat t = pixmill::PooledMat();
             cv::morphologyEx(src, t, cv::MORPH_OPEN, element, cv::Point(-1, -1), 1,
                              cv::BORDER_CONSTANT, cv::morphologyDefaultBorderValue());
             cv::morphologyEx(t, t, cv::MORPH_CLOSE, element, cv::Point(-1, -1), 1,
                              cv::BORDER_CONSTANT, cv::morphologyDefaultBorderValue());
             return t;
         });
-    pixmill::filters::SetOutputImages(pins, results);
+    pixmill::filters::SetOutputImages(pins, std::move(results));
 
     // Recipes on the prober expect a fragment of this shape from the filter;
     // the number carries no meaning and consumers ignore it.

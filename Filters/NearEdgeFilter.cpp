@@ -7,6 +7,7 @@
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 #include "logging/Trace.h"
@@ -46,7 +47,7 @@ void CNearEdgeFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params)
         }
         outputs.push_back(discs);
         VBcvTrace("NearEdgeFilter is success.\n");
-        pixmill::WriteImageFile(pin::DebugImagePath(L"NearEdgeFilter"), discs);
+        pixmill::WriteDebugImageFile(pin::DebugImagePath(L"NearEdgeFilter"), discs);
     }
     if (outputs.empty()) VBcvTrace("NearEdgeFilter is fail.\n");
     pixmill::filters::SetOutputImages(pins, outputs);

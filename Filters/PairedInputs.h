@@ -22,8 +22,7 @@ struct PairedInputs {
                                          : pin->GetKey() == 2 ? &second
                                                               : nullptr;
             if (!list) continue;
-            for (cv::Mat* image : pin->GetImage())
-                list->push_back(image ? image->clone() : cv::Mat());
+            for (const cv::Mat& image : pin->ReadImages()) list->push_back(image.clone());
         }
     }
 };

@@ -7,6 +7,7 @@
 #include "Filters/PairedInputs.h"
 #include "Filters/PinBlobs.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 #include "logging/Trace.h"
@@ -57,7 +58,7 @@ void CPinMaskFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params
             VBcvTrace("PinMaskFilter is success.\n");
         }
         outputs.push_back(result);
-        pixmill::WriteImageFile(pin::DebugImagePath(L"PinMaskFilter"), result);
+        pixmill::WriteDebugImageFile(pin::DebugImagePath(L"PinMaskFilter"), result);
     }
     pixmill::filters::SetOutputImages(pins, outputs);
 }

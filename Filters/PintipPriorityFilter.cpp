@@ -7,6 +7,7 @@
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 #include "logging/Trace.h"
@@ -157,7 +158,7 @@ void CPintipPriorityFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> p
                     1.0, cv::Scalar(0, 0, 255, 0), 1, cv::LINE_8);
         SetResult(kResult, choice.cx, choice.cy, choice.w, choice.h, count);
         outputs.push_back(colour);
-        pixmill::WriteImageFile(pin::DebugImagePath(L"PintipPriorityFilter"), colour);
+        pixmill::WriteDebugImageFile(pin::DebugImagePath(L"PintipPriorityFilter"), colour);
         VBcvTrace("PintipPriorityFilter is success.\n");
     }
     if (!succeeded) {

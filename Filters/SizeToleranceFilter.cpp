@@ -6,6 +6,7 @@
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
 #include "framework/FilterRegistry.h"
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 
@@ -58,7 +59,7 @@ void CSizeToleranceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> pa
         }
         // The debug file is shared with PintipPriorityFilter; the last
         // accepted blob's drawing is what it ends up holding.
-        if (accepted) pixmill::WriteImageFile(pin::DebugImagePath(L"PintipPriorityFilter"), colour);
+        if (accepted) pixmill::WriteDebugImageFile(pin::DebugImagePath(L"PintipPriorityFilter"), colour);
         // The count closes the text once per image, and runs on across
         // images.
         text += pin::Format(L"\"count\":\"%d\"}", count);

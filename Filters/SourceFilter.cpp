@@ -19,13 +19,15 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     const std::wstring path = pixmill::ParamValue<std::wstring>(params, L"Path", L"");
     const int imageId = pixmill::ParamValue<int>(params, L"ImageID", 0);
 
-    std::vector<cv::Mat*> found;
+    // The master images are shared, not copied: nothing downstream writes
+    // into what it reads, and they outlive the run.
+    std::vector<cv::Mat> found;
     for (const MasterImage& master : m_masterImages) {
-        if (master.ImageID == imageId) found.push_back(master.image);
+        if (master.ImageID == imageId) found.push_back(master.image ? *master.image : cv::Mat());
     }
     if (!found.empty()) {
         for (IPin* pin : pins)
-            if (pin->IsOutput()) pin->SetImage(found);
+            if (pin->IsOutput()) pin->SetImages(found);
         SetResult(L"{\"Count\":\"%d\" , \"Type\":\"Master\"}",
                       static_cast<int>(found.size()));
         return;
@@ -33,10 +35,9 @@ void CSourceFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
 
     // No master image for this ID: the file lets a recipe run on its own.
     // A path that cannot be read still yields one (empty) image.
-    cv::Mat image = pixmill::ReadImageFile(path, 1);
-    std::vector<cv::Mat*> images{&image};
+    std::vector<cv::Mat> images{pixmill::ReadImageFile(path, 1)};
     for (IPin* pin : pins)
-        if (pin->IsOutput()) pin->SetImage(images);
+        if (pin->IsOutput()) pin->SetImages(images);
     SetResult(L"{\"Count\":\"%d\" , \"Type\":\"Path\"}", 1);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "framework/DebugImages.h"
 #include "logging/LogRetention.h"
 #include "platform/Platform.h"
 #include "framework/TestHooks.h"
@@ -76,6 +77,8 @@ void EnsureStartup() {
          levels.file, levels.console, levels.debugOutput, prefix.c_str());
 
     if (!prefix.empty()) logging::RunLogRetention(logging::LogFileNameForNow());
+    // Reads PIXMILL_DEBUG_IMAGES now, unless the host has already decided.
+    DebugImagesEnabled();
     g_started = true;
 }
 

@@ -10,20 +10,29 @@
 //                    pixels into a matrix, every filter output stored by its
 //                    pin (five), the end point's image copied out, and that
 //                    copied into the caller's record;
-//   DirectCopiesPng  plus the crop's debug image, written as PNG.
+//   DirectCopiesPng  plus the crop's debug image, written as PNG;
+//   DirectPng        the image library calls and the PNG, no copies.
 // The baselines keep their images from one iteration to the next, as a
-// program calling the image library in a loop would. The engine cannot: it
-// builds the recipe's filters anew for every execution, so its images are
-// fresh memory that the system maps on first touch. What remains of
-// RecipeExecute over DirectCopiesPng is that, and the engine itself: parsing
-// the recipe, building and linking the filters, the pulls, the log calls and
-// the result document.
+// program calling the image library in a loop would; the engine reuses its
+// image memory through its buffer pool.
+//
+// RecipeExecute runs with debug images on (the default, one PNG per run),
+// RecipeExecuteNoDebug with them off. RecipeThroughput/1 and /2 run the
+// recipe (debug images off) from one and from two host threads; there the
+// image library's own worker threads are set to one, so that the figure
+// shows how the engine scales with the host's threads rather than the
+// library's.
 //
 // Each reports its fastest iteration ("best_ms"), which other load on the
-// machine disturbs far less than the mean. RecipeExecute reports "ratio",
-// its mean time over Direct's, and for each baseline the ratio of the
-// fastest iterations ("best_over_<baseline>").
+// machine disturbs far less than the mean, and "ratio", its mean time over
+// its baseline's. At the end the three figures that matter are printed:
+//   debug off:  RecipeExecuteNoDebug / Direct
+//   debug on:   RecipeExecute / DirectPng
+//   threads:    executions per second with 2 threads / with 1 thread
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <thread>
 #include <chrono>
 #include <cstdint>
 #include <opencv2/imgcodecs.hpp>
@@ -34,6 +43,7 @@
 
 #include "BenchSupport.h"
 #include "pixmill/pixmill.h"
+#include "pixmill/pixmill_ext.h"
 
 namespace {
 
@@ -68,7 +78,7 @@ cv::Mat1b Scene() {
     return m;
 }
 
-enum class Extra { None, Copies, CopiesAndPng };
+enum class Extra { None, Copies, CopiesAndPng, Png };
 
 // The images of the direct runs, named after the engine's copies they stand
 // for. Kept across iterations, so the library reuses their memory.
@@ -83,7 +93,7 @@ const cv::Mat& DirectPipeline(const cv::Mat& scene, Extra extra, const std::stri
                               Images& m) {
     static const cv::Mat element =
         cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3), cv::Point(-1, -1));
-    const bool copies = extra != Extra::None;
+    const bool copies = extra == Extra::Copies || extra == Extra::CopiesAndPng;
     if (copies) scene.copyTo(m.input), m.input.copyTo(m.source);
     cv::GaussianBlur(copies ? m.source : scene, m.blurred, cv::Size(3, 3), 3, 0,
                      cv::BORDER_DEFAULT);
@@ -98,7 +108,7 @@ const cv::Mat& DirectPipeline(const cv::Mat& scene, Extra extra, const std::stri
                      cv::BORDER_CONSTANT, cv::morphologyDefaultBorderValue());
     if (copies) m.closed.copyTo(m.morphologyPin);
     const cv::Mat crop = m.closed(kCrop);
-    if (extra == Extra::CopiesAndPng) cv::imwrite(pngPath, crop);
+    if (extra == Extra::CopiesAndPng || extra == Extra::Png) cv::imwrite(pngPath, crop);
     if (!copies) return m.closed;
     crop.copyTo(m.cropPin);
     m.cropPin.copyTo(m.endPoint);
@@ -134,7 +144,9 @@ void Direct(benchmark::State& state, Extra extra, std::string name, std::string 
     if (name != "Direct") pixmill::bench::ReportRatio(state, "Direct", times.Mean());
 }
 
-void Recipe(benchmark::State& state) {
+void Recipe(benchmark::State& state, bool debugImages, std::string name,
+            std::string baseline) {
+    PixmillSetDebugImages(debugImages ? 1 : 0);
     cv::Mat1b scene = Scene();
     ImageData data{kWidth, kHeight, 1, 1, scene.total(), scene.data};
     ImageData* list[] = {&data};
@@ -149,12 +161,57 @@ void Recipe(benchmark::State& state) {
             state.SkipWithError("unexpected output");
         ImageParamRelease(&output);
     }
-    pixmill::bench::ReportRatio(state, "Direct", times.Mean());
+    PixmillSetDebugImages(1);
+    pixmill::bench::RecordBaseline(name, times.Mean());
+    pixmill::bench::RecordBaseline(name + "/best", times.best);
+    pixmill::bench::ReportRatio(state, baseline, times.Mean());
     state.counters["best_ms"] = times.best / 1e6;
-    for (const char* name : {"Direct", "DirectCopies", "DirectCopiesPng"}) {
-        const double best = pixmill::bench::Baseline(std::string(name) + "/best");
-        if (best > 0) state.counters[std::string("best_over_") + name] = times.best / best;
+    for (const char* b : {"Direct", "DirectCopies", "DirectCopiesPng", "DirectPng"}) {
+        const double best = pixmill::bench::Baseline(std::string(b) + "/best");
+        if (best > 0) state.counters[std::string("best_over_") + b] = times.best / best;
     }
+}
+
+// Executions per second of `threads` host threads, each running the recipe
+// `perThread` times on its own input, debug images off.
+double ExecutionsPerSecond(int threads, int perThread) {
+    PixmillSetDebugImages(0);
+    const cv::Mat1b scene = Scene();
+    std::atomic<bool> go{false};
+    std::atomic<int> bad{0};
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([&] {
+            cv::Mat1b own = scene.clone();
+            ImageData data{kWidth, kHeight, 1, 1, own.total(), own.data};
+            ImageData* list[] = {&data};
+            ImageParam input{1, list, nullptr, 0};
+            while (!go.load()) std::this_thread::yield();
+            for (int i = 0; i < perThread; ++i) {
+                ImageParam output{};
+                RecipeExecute(&input, &output, kRecipe, nullptr);
+                if (output.count != 1) bad.fetch_add(1);
+                ImageParamRelease(&output);
+            }
+        });
+    const auto start = Clock::now();
+    go.store(true);
+    for (std::thread& w : workers) w.join();
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    PixmillSetDebugImages(1);
+    return bad.load() ? 0.0 : threads * perThread / seconds;
+}
+
+void Throughput(benchmark::State& state) {
+    const int threads = static_cast<int>(state.range(0));
+    const int previous = cv::getNumThreads();
+    cv::setNumThreads(1);
+    ExecutionsPerSecond(threads, 2);  // the pool fills for this many threads
+    double best = 0;
+    for (auto _ : state) best = std::max(best, ExecutionsPerSecond(threads, 20));
+    cv::setNumThreads(previous);
+    state.counters["exec_per_s"] = best;
+    pixmill::bench::RecordBaseline("Throughput/" + std::to_string(threads), best);
 }
 
 }  // namespace
@@ -174,15 +231,42 @@ int main(int argc, char** argv) {
     }
     const std::pair<const char*, Extra> baselines[] = {{"Direct", Extra::None},
                                                        {"DirectCopies", Extra::Copies},
-                                                       {"DirectCopiesPng", Extra::CopiesAndPng}};
+                                                       {"DirectCopiesPng", Extra::CopiesAndPng},
+                                                       {"DirectPng", Extra::Png}};
     for (const auto& [name, extra] : baselines)
         benchmark::RegisterBenchmark(name, Direct, extra, std::string(name), png)
             ->Unit(benchmark::kMillisecond)
             ->MinTime(2.0)
             ->UseRealTime();
-    benchmark::RegisterBenchmark("RecipeExecute", Recipe)
+    benchmark::RegisterBenchmark("RecipeExecute", Recipe, true, std::string("RecipeExecute"),
+                                 std::string("DirectPng"))
         ->Unit(benchmark::kMillisecond)
         ->MinTime(2.0)
         ->UseRealTime();
-    return pixmill::bench::RunRegistered(argc, argv);
+    benchmark::RegisterBenchmark("RecipeExecuteNoDebug", Recipe, false,
+                                 std::string("RecipeExecuteNoDebug"), std::string("Direct"))
+        ->Unit(benchmark::kMillisecond)
+        ->MinTime(2.0)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("RecipeThroughput", Throughput)
+        ->Arg(1)
+        ->Arg(2)
+        ->Iterations(3)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    const int rc = pixmill::bench::RunRegistered(argc, argv);
+
+    // The three figures, from the fastest iterations and the best throughput.
+    auto ratio = [](const char* a, const char* b) {
+        const double x = pixmill::bench::Baseline(a), y = pixmill::bench::Baseline(b);
+        return (x > 0 && y > 0) ? x / y : 0.0;
+    };
+    std::printf("debug images off: RecipeExecute / direct calls          = %.3f (mean %.3f)\n",
+                ratio("RecipeExecuteNoDebug/best", "Direct/best"),
+                ratio("RecipeExecuteNoDebug", "Direct"));
+    std::printf("debug images on:  RecipeExecute / (direct calls + PNG)  = %.3f (mean %.3f)\n",
+                ratio("RecipeExecute/best", "DirectPng/best"), ratio("RecipeExecute", "DirectPng"));
+    std::printf("throughput:       2 threads / 1 thread (debug off)      = %.3f\n",
+                ratio("Throughput/2", "Throughput/1"));
+    return rc;
 }

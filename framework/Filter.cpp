@@ -136,16 +136,15 @@ void CFilter::ReleaseAll() {
 void CFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params*/) {
     // Headers that share the pixels keep them alive while the outputs are
     // replaced one after the other, also when an input is linked to one of
-    // this filter's own outputs. No pixels are copied here.
+    // this filter's own outputs. No pixels are copied here: the outputs
+    // share what the inputs read.
     std::vector<cv::Mat> held;
     for (IPin* pin : pins) {
         if (pin->IsOutput()) continue;
-        for (cv::Mat* m : pin->GetImage()) held.push_back(m ? *m : cv::Mat());
+        for (cv::Mat& m : pin->ReadImages()) held.push_back(std::move(m));
     }
-    std::vector<cv::Mat*> images;
-    for (cv::Mat& m : held) images.push_back(&m);
     for (IPin* pin : pins)
-        if (pin->IsOutput()) pin->SetImage(images);
+        if (pin->IsOutput()) pin->SetImages(held);
 }
 
 void CFilter::SetResult(const wchar_t* format, ...) {

@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 #include <thread>
 
+#include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
 #include "logging/Logger.h"
 #include "logging/Trace.h"
@@ -82,6 +83,7 @@ void PauseBeforeSave() {
 }
 
 void SaveDebugImage(ImageStore& store, const std::wstring& proberPath, const cv::Mat& image) {
+    if (!DebugImagesEnabled()) return;  // no pause either: that is the point
     PauseBeforeSave();
     store.Write(proberPath, image);
 }
@@ -96,6 +98,7 @@ std::string FailureImageName(char letter) {
 
 void SaveFailureImage(ImageStore& store, const std::wstring& folder, char letter,
                       const cv::Mat& image) {
+    if (!DebugImagesEnabled()) return;
     store.Write(folder + platform::FromUtf8(FailureImageName(letter)) + L".jpg", image);
 }
 

@@ -110,7 +110,8 @@ ImageStore& Files();
 // habit before a save (tests switch it off through TestHooks.h).
 void PauseBeforeSave();
 
-// Pauses (when enabled) and writes a debug image.
+// Pauses (when enabled) and writes a debug image; does nothing at all while
+// debug images are off (framework/DebugImages.h).
 void SaveDebugImage(ImageStore& store, const std::wstring& proberPath, const cv::Mat& image);
 
 // Name of a failure image without folder or extension: the letter, "_",
@@ -119,7 +120,8 @@ void SaveDebugImage(ImageStore& store, const std::wstring& proberPath, const cv:
 // on each call.
 std::string FailureImageName(char letter);
 
-// Writes `image` as "<folder><FailureImageName(letter)>.jpg".
+// Writes `image` as "<folder><FailureImageName(letter)>.jpg"; nothing while
+// debug images are off.
 void SaveFailureImage(ImageStore& store, const std::wstring& folder, char letter,
                       const cv::Mat& image);
 

@@ -50,9 +50,17 @@ bool AnySinkTakes(int level) {
 // Appends one message to today's file. The file is opened and closed for each
 // message, so a line is on disk when the call returns; a file that will not
 // open loses the message without a word.
+// Threads append one at a time, so two lines never mix and a new file gets
+// its version line once. Never destroyed, like the prefix.
+std::mutex& FileMutex() {
+    static std::mutex* mutex = new std::mutex();
+    return *mutex;
+}
+
 void WriteToFile(int level, const std::string& message, bool wide) {
     if (g_fileThreshold.load() > level) return;
     if (PathPrefix().empty()) return;
+    std::lock_guard<std::mutex> lock(FileMutex());
     std::string file = platform::NativePath(LogFileNameForNow());
     platform::CreateParentDirectories(file);
     std::string text;
@@ -91,8 +99,10 @@ void Dispatch(int level, const std::string& message, bool wide) {
     if (level >= kErrorLevel) KeepLastError(message);
     if (g_debugThreshold.load() <= level) platform::DebugOutput(message);
     if (g_consoleThreshold.load() <= level) {
-        std::fwrite(message.data(), 1, message.size(), stdout);
-        std::fputc('\n', stdout);
+        // One call per line: the stream's own lock keeps lines of several
+        // threads apart.
+        std::string line = message + '\n';
+        std::fwrite(line.data(), 1, line.size(), stdout);
     }
     WriteToFile(level, message, wide);
 }

@@ -47,8 +47,8 @@ namespace pixmill {
 // FF FE UTF-16 little-endian, anything else UTF-8.
 std::wstring ReadRecipeFile(const wchar_t* path);
 
-// Runs a loaded recipe. `outputs` receives new deep copies owned by the
-// caller, `result` the result document ("" for a recipe without filters).
+// Runs a loaded recipe. `outputs` receives new headers owned by the caller
+// that share the end points' pixels, for reading only, `result` the result document ("" for a recipe without filters).
 // `overrideText` is a JSON object whose members, named by a filter's Key or
 // else its Name, are passed to that filter's Init.
 void RecipeProcess(CRecipe& recipe, std::wstring& result, const std::vector<MasterImage>& inputs,

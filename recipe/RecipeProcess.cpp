@@ -24,15 +24,16 @@ const wchar_t* OrEmpty(const wchar_t* text) {
     return text ? text : L"";
 }
 
-// Appends a deep copy of every image of an output pin to the caller's list.
-// Each copy belongs to the list as soon as it is in it, so an exception later
-// in the run leaves nothing without an owner.
+// Appends every image of an output pin to the caller's list, as a header
+// that shares the pixels and keeps them alive after the recipe is gone. The
+// caller copies them where they leave the library. Each header belongs to
+// the list as soon as it is in it, so an exception later in the run leaves
+// nothing without an owner.
 void AppendCopies(IPin& pin, std::vector<cv::Mat*>& outputs) {
-    for (cv::Mat* image : pin.GetImage()) {
-        auto copy = std::make_unique<cv::Mat>();
-        if (image) image->copyTo(*copy);
-        outputs.push_back(copy.get());
-        copy.release();
+    for (cv::Mat& image : pin.ReadImages()) {
+        auto header = std::make_unique<cv::Mat>(std::move(image));
+        outputs.push_back(header.get());
+        header.release();
     }
 }
 
@@ -149,10 +150,11 @@ void FilterProcess(CRecipe& recipe, std::wstring& result, const std::vector<Mast
     // names is still set, to an empty list.
     for (IPin* pin : filter->GetPins()) {
         if (pin->IsOutput()) continue;
-        std::vector<cv::Mat*> images;
+        std::vector<cv::Mat> images;
         for (const MasterImage& input : inputs)
-            if (input.ImageID == pin->GetKey()) images.push_back(input.image);
-        pin->SetImage(images);
+            if (input.ImageID == pin->GetKey())
+                images.push_back(input.image ? *input.image : cv::Mat());
+        pin->SetImages(std::move(images));
     }
     for (IPin* pin : filter->GetOutputPins()) AppendCopies(*pin, outputs);
 

@@ -3,7 +3,8 @@
 #   1. the test suite, built normally;
 #   2. the test suite again, built with AddressSanitizer and UBSan (leaks
 #      checked at exit);
-#   3. each libFuzzer target for a short time on its seed corpus.
+#   3. the concurrency tests, built with ThreadSanitizer;
+#   4. each libFuzzer target for a short time on its seed corpus.
 # --quick runs the first gate only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,6 +24,12 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPIXMILL_SANITIZE=ON
 cmake --build build-asan -j "$(nproc)" >/dev/null
 ASAN_OPTIONS="detect_leaks=1:strict_string_checks=1" UBSAN_OPTIONS="print_stacktrace=1" \
   ctest --test-dir build-asan --output-on-failure -j "$(nproc)"
+
+stamp "thread sanitizer build and concurrency tests"
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPIXMILL_TSAN=ON >/dev/null
+cmake --build build-tsan -j "$(nproc)" --target pixmill_concurrency_tests >/dev/null
+TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1" \
+  ctest --test-dir build-tsan --output-on-failure -L concurrency
 
 stamp "short fuzz runs"
 bash scripts/fuzz.sh "${PIXMILL_FUZZ_SECONDS:-30}"

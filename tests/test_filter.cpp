@@ -129,12 +129,19 @@ TEST_F(FilterTest, OutputPullRunsOwnerAndConsumersShareImages) {
     cv::Mat img(2, 2, CV_8UC1, cv::Scalar(4));
     for (CFilter* f : std::vector<CFilter*>{&src, &left, &right}) f->SetMasterImage({{&img, 1}});
 
-    std::vector<cv::Mat*> a = left.GetPin(1)->GetImage();
-    std::vector<cv::Mat*> b = right.GetPin(1)->GetImage();
+    std::vector<cv::Mat> a = left.GetPin(1)->ReadImages();
+    std::vector<cv::Mat> b = right.GetPin(1)->ReadImages();
     ASSERT_EQ(a.size(), 1u);
-    EXPECT_EQ(a, b);  // same pointers, no copy on the way out
+    ASSERT_EQ(b.size(), 1u);
+    EXPECT_EQ(a[0].data, b[0].data);  // the same pixels, no copy on the way out
     EXPECT_EQ(src.procCalls, 1);
     EXPECT_EQ(CountOf(ReadLog(), "<Skip/>"), 1);  // the second pull
+    // Asked for images they may write into, the consumers get copies of
+    // their own.
+    std::vector<cv::Mat*> own = left.GetPin(1)->GetImage();
+    ASSERT_EQ(own.size(), 1u);
+    EXPECT_NE(own[0]->data, a[0].data);
+    EXPECT_EQ(own[0]->at<uchar>(1, 1), 4);
 }
 
 TEST_F(FilterTest, SelfLoopKeepsImagesReadableAcrossRuns) {

@@ -15,6 +15,7 @@
 
 #include "Demo.h"
 #include "Inspect.h"
+#include "ParallelRuns.h"
 #include "ToolSupport.h"
 #include "pixmill/pixmill_ext.h"
 
@@ -158,7 +159,8 @@ std::vector<std::string> ImagesOf(const std::vector<std::string>& arguments) {
 }
 
 int CommandRun(const std::string& recipePath, const std::vector<std::string>& images,
-               const std::string& overrideArg, const std::string& outDir, bool raw, bool each) {
+               const std::string& overrideArg, const std::string& outDir, bool raw, bool each,
+               int jobs) {
     const std::wstring recipe = ReadTextFile(recipePath);
     const std::wstring override = OverrideText(overrideArg);
     const std::string stem = fs::path(recipePath).stem().string();
@@ -172,21 +174,31 @@ int CommandRun(const std::string& recipePath, const std::vector<std::string>& im
     const std::vector<std::string> all = ImagesOf(images);
     if (all.empty()) throw ToolError("--each found no images");
     const bool terminal = ::isatty(STDERR_FILENO) != 0;
-    size_t ok = 0, failed = 0, outputs = 0;
-    for (size_t i = 0; i < all.size(); ++i) {
-        if (terminal) std::fprintf(stderr, "\r[%zu/%zu] %s\x1b[K", i + 1, all.size(), all[i].c_str());
-        try {
+    const int threads = JobsFor(jobs, all.size());
+    // Images in parallel use the cores; the image library's own workers
+    // would only compete with them.
+    if (threads > 1) cv::setNumThreads(1);
+    const std::vector<RunOutcome> outcomes = RunAll(
+        all.size(), threads,
+        [&](size_t i) {
             InputImage input = ParseImageArgument(all[i]);
-            outputs += RunRecipeOnce(recipe, override, {input}, outDir,
-                                     stem + "_" + fs::path(input.path).stem().string(), raw, true);
+            return RunRecipeOnce(recipe, override, {input}, outDir,
+                                 stem + "_" + fs::path(input.path).stem().string(), raw, true);
+        },
+        [&](size_t done) {
+            if (terminal) std::fprintf(stderr, "\r[%zu/%zu]\x1b[K", done, all.size());
+        });
+    if (terminal) std::fputc('\n', stderr);
+    size_t ok = 0, failed = 0, outputs = 0;
+    for (size_t i = 0; i < outcomes.size(); ++i) {
+        if (outcomes[i].ok) {
             ++ok;
-        } catch (const std::exception& e) {
-            if (terminal) std::fputc('\n', stderr);
-            std::cerr << "pixmill: " << all[i] << ": " << e.what() << "\n";
+            outputs += outcomes[i].outputs;
+        } else {
+            std::cerr << "pixmill: " << all[i] << ": " << outcomes[i].error << "\n";
             ++failed;
         }
     }
-    if (terminal) std::fputc('\n', stderr);
     std::cout << all.size() << " runs: " << ok << " ran, " << failed << " failed; " << outputs
               << " images written to " << outDir << "\n";
     return failed == 0 ? 0 : 1;
@@ -219,12 +231,17 @@ int main(int argc, char** argv) {
     std::string recipePath, overrideArg, runOut = "pixmill-out";
     std::vector<std::string> runImages;
     bool runRaw = false, each = false;
+    int jobs = 0;
     run->add_option("RECIPE", recipePath, "Recipe file (JSON, UTF-8 or UTF-16)")->required();
     run->add_option("IMAGE", runImages, "Input images, IMAGE:ID (default ID 1); with --each also folders");
     run->add_option("--override", overrideArg, "Parameter override document: a file or the JSON text");
     run->add_option("--out", runOut, "Folder for the output images")->capture_default_str();
     run->add_flag("--raw", runRaw, "Print the result text as the library gives it");
     run->add_flag("--each", each, "One run per image (folders are expanded), with a summary");
+    run->add_option("--jobs", jobs,
+                    "With --each: images run at once (default: the number of cores); one at a "
+                    "time unless PIXMILL_DEBUG_IMAGES=0")
+        ->check(CLI::NonNegativeNumber);
 
     auto* demo = app.add_subcommand("demo", "Draw sample images, run a demo recipe on them and show the results");
     std::string demoRoot = "pixmill-demo";
@@ -238,7 +255,7 @@ int main(int argc, char** argv) {
     try {
         if (*filters) return CommandFilters(filterName, json);
         if (*filter) return CommandFilter(type, filterImages, sets, filterOut, filterRaw);
-        if (*run) return CommandRun(recipePath, runImages, overrideArg, runOut, runRaw, each);
+        if (*run) return CommandRun(recipePath, runImages, overrideArg, runOut, runRaw, each, jobs);
         if (*demo) return RunDemo(demoRoot);
         if (*inspect) return RunInspect(*inspect, inspectOptions);
     } catch (const ToolError& e) {

@@ -91,6 +91,21 @@ PIXMILL_API int PixmillDescribeExports(wchar_t* text, int textBytes);
  * new call: the calling thread's last error becomes "".
  */
 PIXMILL_API const char* PixmillVersion(void);
+ * Switches the debug images on (non-zero) or off (0): the images that
+ * filters and inspections write to fixed paths for a person to look at
+ * (the crop filter's "CropFilter_image.png", the pin searches' stage images,
+ * pattern matching's result and failure images, ...). They are on by
+ * default, exactly as without this call. Off, no such file is written and
+ * the short pause before each inspection debug image is skipped; results,
+ * output images and log lines stay the same. Images that a call is asked
+ * for (an output path, a mask or result folder named by the caller) are
+ * always written. Without changing the host, the environment variable
+ * PIXMILL_DEBUG_IMAGES=0 turns them off when the library starts; a value
+ * set here wins over it. Takes effect at once, for every thread.
+ * Turning them off is what makes running one recipe from several threads
+ * at once meaningful: the fixed paths are shared by all calls.
+ */
+PIXMILL_API void PixmillSetDebugImages(int enabled);
 
 PIXMILL_EXTERN_C_END
 

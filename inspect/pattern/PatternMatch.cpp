@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "framework/DebugImages.h"
 #include "logging/Logger.h"
 #include "platform/Platform.h"
 
@@ -93,7 +94,7 @@ PatternMatchResult FindPattern(const char* targetPath, const char* patternPath,
                 const int x = pattern.cols / 2 + at.x, y = pattern.rows / 2 + at.y;
                 const int score = CutToInt(best * 100.0);
                 if (score >= scoreThreshold) {
-                    store.Write(kPatternSuccessImage, target);
+                    if (DebugImagesEnabled()) store.Write(kPatternSuccessImage, target);
                     LogA(kProgress,
                          "[VBcvPatternMatching] Pattern matching success, Score / Threshold : %d "
                          "/ %d \n",
@@ -103,7 +104,7 @@ PatternMatchResult FindPattern(const char* targetPath, const char* patternPath,
                 LogA(kProgress,
                      "[VBcvPatternMatching] Pattern matching fail, Score / Threshold : %d / %d \n",
                      score, scoreThreshold);
-                store.Write(kPatternFailImage, target);
+                if (DebugImagesEnabled()) store.Write(kPatternFailImage, target);
                 return kNoMatch;
             } catch (const std::exception& e) {
                 LogA(kError, "[VBcvPatternMatching] Fail : %s\n", e.what());

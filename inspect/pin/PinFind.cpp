@@ -6,6 +6,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "framework/DebugImages.h"
 #include "logging/Trace.h"
 
 namespace pixmill::inspect::pin {
@@ -504,7 +505,7 @@ void PinRun::RaiseError(const Fail& fail, std::initializer_list<std::string> lin
         m_canvas.Put(5, row, kWhite, "%s", line.c_str());
         row += 20;
     }
-    m_store.Write(DebugFile(L"pinDebug.jpg"), m_canvas.Image());
+    if (DebugImagesEnabled()) m_store.Write(DebugFile(L"pinDebug.jpg"), m_canvas.Image());
     m_resultX = x;
     m_resultY = y;
     throw fail;

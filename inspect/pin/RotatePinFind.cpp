@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 #include <thread>
 
+#include "framework/DebugImages.h"
 #include "inspect/pin/PinFind.h"
 #include "inspect/pin/PinImage.h"
 #include "logging/Trace.h"
@@ -350,7 +351,7 @@ PinFindResult RotatePinFind(const RotateArgs& a, ImageStore& store, bool twoWork
                            cv::LINE_8);
                 for (size_t k = 0; k < 4; ++k)
                     cv::line(colour, corners[k], corners[(k + 1) % 4], kGreen, 1, cv::LINE_8);
-                store.Write(DebugFile(L"Rotate_Sync_Masking.jpg"), mask);
+                if (DebugImagesEnabled()) store.Write(DebugFile(L"Rotate_Sync_Masking.jpg"), mask);
                 SaveDebugImage(store, DebugFile(L"Rotate_Sync_Edge.jpg"), colour);
 
                 for (const cv::Point& c : corners)

@@ -1,0 +1,7 @@
+// The host's switch for the fixed-path debug images.
+#include "framework/DebugImages.h"
+#include "pixmill/pixmill_ext.h"
+
+extern "C" void PixmillSetDebugImages(int enabled) {
+    pixmill::SetDebugImages(enabled != 0);
+}
