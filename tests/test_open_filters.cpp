@@ -112,6 +112,8 @@ TEST_P(BackgroundLight, ThresholdRecoversTheDrawnStructures) {
     ASSERT_EQ(out[0].type(), CV_8UC1);
     const double iou = IoU(out[0], scene.truth);
     EXPECT_GE(iou, 0.9) << "IoU " << iou;
+    RecordProperty("iou", std::to_string(iou));
+    RecordProperty("raw_otsu_iou", std::to_string(IoU(global, scene.truth)));
     EXPECT_EQ(Field(result, L"foreground"), cv::countNonZero(out[0]));
     EXPECT_GE(Field(result, L"threshold"), 1.0);
 }
@@ -251,6 +253,7 @@ TEST_P(PatternSubtraction, LeavesTheDefectAndRemovesTheSharedPattern) {
     cv::Mat inner = binary[0].clone();
     inner.setTo(0, cv::Mat(away == 0) & cv::Mat(nearDefect == 0));
     EXPECT_GE(IoU(inner, defect), 0.85);
+    RecordProperty("defect_iou", std::to_string(IoU(inner, defect)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Shifts, PatternSubtraction,
@@ -259,6 +262,38 @@ INSTANTIATE_TEST_SUITE_P(Shifts, PatternSubtraction,
                                            ShiftCase{"None", 0, 0, false},
                                            ShiftCase{"BrighterLamp", 6, 4, true}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// Offsets between whole pixels: the peak is refined, not only located.
+struct FractionCase {
+    const char* name;
+    const wchar_t* type;
+    double dx, dy;
+};
+
+class FractionalShift : public PixmillTest, public ::testing::WithParamInterface<FractionCase> {};
+
+TEST_P(FractionalShift, IsMeasuredToAFractionOfAPixel) {
+    const FractionCase& c = GetParam();
+    cv::Mat field = PatternField(33);
+    cv::GaussianBlur(field, field, cv::Size(0, 0), 1.5);
+    const cv::Mat reference = View(field, 0, 0, {300, 240});
+    const cv::Matx23d move(1, 0, 40 - c.dx, 0, 1, 40 - c.dy);
+    cv::Mat image;
+    // The view at (40 - dx, 40 - dy), sampled between pixels.
+    cv::warpAffine(field, image, move, {300, 240}, cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
+    std::wstring result;
+    RunFilter(c.type, {{L"MaxShift", L"16"}}, {{1, {image}}, {2, {reference}}}, &result);
+    EXPECT_NEAR(Field(result, L"dx"), c.dx, 0.25) << platform::ToUtf8(result);
+    EXPECT_NEAR(Field(result, L"dy"), c.dy, 0.25);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Offsets, FractionalShift,
+    ::testing::Values(FractionCase{"Pattern", L"BackgroundPatternSubstractFilter", 3.3, -1.7},
+                      FractionCase{"PatternOther", L"BackgroundPatternSubstractFilter", -6.7, 2.3},
+                      FractionCase{"Align", L"FocusingFreeAlignFilter", 3.3, -1.7},
+                      FractionCase{"AlignOther", L"FocusingFreeAlignFilter", -6.7, 2.3}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // ---- Blob matching ---------------------------------------------------------
 
@@ -479,6 +514,7 @@ TEST_F(PixmillTest, EnhanceImageFBinarisesUnevenLightThroughTheFilter) {
     EXPECT_GT(bytes, 0);
     const double iou = IoU(dst, scene.truth);
     EXPECT_GE(iou, 0.9) << "IoU " << iou;
+    RecordProperty("iou", std::to_string(iou));
 
     // The same as the filter run with the text the export formats.
     const std::vector<cv::Mat> direct =
