@@ -61,6 +61,10 @@ const Swept kBuiltFilters[] = {
     {L"VBcvGetThresholdExFilter", true},
     {L"VBcvGetThresholdOvalFilter", true},
     {L"EnhancePadFindFilter", false},  // a 16 x 16 image is smaller than the default pad
+    {L"BackgroundSubstractFilter", true},
+    {L"BackgroundPatternSubstractFilter", false},  // a reference image is needed
+    {L"BlobMatchingFilter", false},  // a template image is needed
+    {L"FocusingFreeAlignFilter", false},  // a reference image is needed
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

@@ -844,6 +844,35 @@ PIXMILL_API int VBcvMakePatternMask(const char* path, const char* name, int imag
 PIXMILL_API int VBcvGetThreshold_Oval_Auto_Pad_Reg(const unsigned char* data, int width,
                                                    int height);
 
+/* ---- Background subtraction ------------------------------------------- */
+
+/* The flags of EnhanceImageF are C99 bool, one byte as in C++. */
+#include <stdbool.h>
+
+/*
+ * Flattens uneven illumination in one gray image of width*height bytes and
+ * binarises what stands out of it (BackgroundSubstractFilter):
+ *   blurSize      side in pixels of the square over which the background is
+ *                 estimated, 3..255 (odd; structures that do not fill such a
+ *                 square are kept).
+ *   threshWeight  factor on the automatic level, 0.1..10 (1 for a NaN).
+ *   curvedThresh  the level follows the local light instead of being one
+ *                 number for the whole image.
+ *   blackWhite    the structures are dark on a bright background.
+ *   erodeCount    3 x 3 erosions of the binary image, 0..20.
+ *   edgeDetect    keep only the one-pixel boundary of the structures.
+ * Values outside the ranges are brought inside them.
+ * destination  receives width*height bytes, 255 on structure and 0 elsewhere;
+ *              may be NULL.
+ * Returns the byte size of the filter's result document, as
+ * FilterExecuteByBuffer does. A NULL source or a width or height below 1
+ * leaves destination untouched (the document then carries no result); a
+ * failure inside (out of memory) returns 0.
+ */
+PIXMILL_API int EnhanceImageF(const uint8_t* source, uint8_t* destination, int width, int height,
+                              int blurSize, float threshWeight, bool curvedThresh, bool blackWhite,
+                              int erodeCount, bool edgeDetect);
+
 PIXMILL_EXTERN_C_END
 
 #endif /* PIXMILL_PIXMILL_H */
