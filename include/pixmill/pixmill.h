@@ -849,7 +849,7 @@ PIXMILL_API int VBcvGetThreshold_Oval_Auto_Pad_Reg(const unsigned char* data, in
 /*
  * Paths are the caller's (UTF-8; "C:\..." maps under the root). Each call
  * first traces the version line and "[<name>] Start \n", and says why it
- * failed in one trace line ("[<name>] Fail : File Error \n", ...). Every
+ * failed in a trace line ("[<name>] Fail : File Error \n", ...). Every
  * member of a record is -1 on a failure.
  */
 
