@@ -66,14 +66,21 @@ IntensityData GetIntensityData(const char* path, int x, int y, int width, int he
                     throw Fail(-1).Line("%s Fail : Region Error \n", kTag);
                 const cv::Mat roi = gray(region);
 
-                cv::Scalar mean, deviation;
-                cv::meanStdDev(roi, mean, deviation);
-                double least = 0, greatest = 0;
-                cv::minMaxLoc(roi, &least, &greatest);
+                // The mean from the exact counts, by one true division: a
+                // flat region's mean is its level. (cv::mean and
+                // cv::meanStdDev multiply by 1 / n and can land a rounding
+                // step below it, under the region's least pixel.)
                 int64_t counts[kIntensityBins];
                 CountGrayLevels(roi, counts);
-                const IntensityData r{mean[0], deviation[0], least, greatest,
-                                      static_cast<double>(region.width) * region.height};
+                int64_t sum = 0;
+                for (int i = 0; i < kIntensityBins; ++i) sum += counts[i] * i;
+                const double pixels = static_cast<double>(region.width) * region.height;
+                cv::Scalar unused, deviation;
+                cv::meanStdDev(roi, unused, deviation);
+                double least = 0, greatest = 0;
+                cv::minMaxLoc(roi, &least, &greatest);
+                const IntensityData r{static_cast<double>(sum) / pixels, deviation[0], least,
+                                      greatest, pixels};
                 // Counts above the int range cannot be handed over; they
                 // saturate (an image that large cannot be read anyway).
                 for (int i = 0; i < kIntensityBins; ++i)
