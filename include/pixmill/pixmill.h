@@ -872,6 +872,97 @@ PIXMILL_API int VBcvGetThreshold_Oval_Auto_Pad_Reg(const unsigned char* data, in
 PIXMILL_API int EnhanceImageF(const uint8_t* source, uint8_t* destination, int width, int height,
                               int blurSize, float threshWeight, bool curvedThresh, bool blackWhite,
                               int erodeCount, bool edgeDetect);
+/* ---- Further inspections ------------------------------------------------ */
+
+/*
+ * Paths are the caller's (UTF-8; "C:\..." maps under the root). Each call
+ * first traces the version line and "[<name>] Start \n", and says why it
+ * failed in a trace line ("[<name>] Fail : File Error \n", ...). Every
+ * member of a record is -1 on a failure.
+ */
+
+typedef struct FiducialMarkResult {
+    double X;     /* the mark's centre in whole-image pixels, sub-pixel */
+    double Y;
+    double Score; /* normalised correlation times 100, 0 to 100 */
+} FiducialMarkResult;
+
+/*
+ * Finds a fiducial mark of known form and size in the image at `path`
+ * (read as gray) by normalised correlation with a drawn mark.
+ *   markType   0 cross, 1 circle (an ellipse when tx != ty), 2 square (a
+ *              rectangle when tx != ty).
+ *   tx, ty     outer width and height of the mark, 4 or more.
+ *   lineWidth  stroke width; 0 fills a circle or square; a cross needs 1
+ *              or more.
+ *   polarity   0 mark darker than its ground, 1 brighter, 2 either.
+ *   sx, sy     the search window, centred in the image; 0 takes the whole
+ *              image along that axis. The mark's centre must lie half the
+ *              mark plus a margin of max(4, min(tx, ty) / 8) inside it.
+ *   minScore   least score accepted, 0 to 100.
+ * Fails for a parameter out of range ("Parameter Error"), an unreadable
+ * file ("File Error"), a window outside the image or smaller than the mark
+ * with its margin ("Region Error"), a best score below minScore ("Low
+ * Score"). A window without contrast scores 0. Writes
+ * "C:\PROBERPARAM\ParaImg\FiducialMark.jpg" (the window, the mark boxed
+ * green when accepted, red when not) whenever the search ran.
+ */
+PIXMILL_API FiducialMarkResult VBcvFiducialMarkFind(const char* path, int markType, int tx,
+                                                    int ty, int lineWidth, int polarity, int sx,
+                                                    int sy, double minScore);
+
+typedef struct IntensityData {
+    double Mean;   /* mean gray level */
+    double StdDev; /* standard deviation, divided by the pixel count */
+    double Min;    /* least gray level */
+    double Max;    /* greatest gray level */
+    double Pixels; /* pixels in the region */
+} IntensityData;
+
+/*
+ * Gray level statistics of the region (x, y, width, height) of the image
+ * at `path` (read as 8-bit gray). width = height = 0 with x = y = 0 takes
+ * the whole image; any other region must be non-empty and lie wholly
+ * inside the image ("Region Error").
+ *   histogram      receives the pixel counts of gray levels 0 to 255 in
+ *                  its first 256 entries; later entries are left alone.
+ *   histogramSize  entries in `histogram`; below 256, or a NULL
+ *                  histogram, fails ("Parameter Error") before the file
+ *                  is read.
+ * On a failure the buffer is not touched. Writes no file.
+ */
+PIXMILL_API IntensityData VBcvGetIntesityData(const char* path, int x, int y, int width,
+                                              int height, int* histogram, int histogramSize);
+
+typedef struct FlatPadResult {
+    int32_t Level;      /* the estimator's level, in the image's scale */
+    int32_t Marks;      /* marks kept */
+    int32_t MarkPixels; /* their pixels together */
+    int32_t MarkX;      /* box around all marks; 0, 0, 0, 0 when none */
+    int32_t MarkY;
+    int32_t MarkWidth;
+    int32_t MarkHeight;
+} FlatPadResult;
+
+/*
+ * Binarises a flat pad image (at most 480 x 480, read as gray) so that
+ * its probe marks stand out, and writes the binary image (255 marks, 0
+ * elsewhere) to `resultPath`, in the format its extension names. The
+ * level is VBcvGetThresholdEx's on the pad figure (x, y, shape 0 to 5,
+ * blackPad, angle, offset: see the pad threshold estimators). Marks are
+ * found as the pixels inside the figure at or below the level on a bright
+ * pad, above it on a black pad (blackPad non-zero), in connected groups
+ * of 5 pixels or more; each is then outlined half-way between the pad's
+ * median gray level and its own. Fails for a NULL or empty path or a result extension
+ * that cannot be written ("Parameter Error", before reading), an
+ * unreadable pad ("File Error"), an estimator refusal or no level
+ * ("Threshold Error"), an unwritten result ("Write Error"). Also writes
+ * "C:\PROBERPARAM\ParaImg\FlatPadResult.jpg" (marks red, box green).
+ */
+PIXMILL_API FlatPadResult VBcvBinarization_for_Flat_Pad(const char* padPath,
+                                                        const char* resultPath, int x, int y,
+                                                        int shape, int blackPad, int angle,
+                                                        int offset);
 
 PIXMILL_EXTERN_C_END
 
