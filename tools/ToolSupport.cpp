@@ -62,6 +62,7 @@ std::string Narrow(const std::wstring& wide) {
 
 std::string ReadFileBytes(const std::string& path) {
     std::error_code ec;
+    if (fs::is_directory(path, ec)) throw ToolError("is a directory, not a file: " + path);
     if (!fs::is_regular_file(path, ec)) throw ToolError("no such file: " + path);
     std::ifstream in(path, std::ios::binary);
     if (!in) throw ToolError("cannot read " + path);
