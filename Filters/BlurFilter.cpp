@@ -4,6 +4,7 @@
 
 #include "Filters/ImageLoop.h"
 #include "Filters/SizeLimit.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -27,6 +28,9 @@ void CBlurFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     // throws, and the filter keeps its previous output.
     std::vector<cv::Mat> results =
         pixmill::filters::MapInputImages(pins, [kernel](const cv::Mat& src) {
+            // A box sum costs the same for any window, but its buffers grow
+            // with it: a window wider than the image can use is refused.
+            pixmill::filters::CheckWindow(kernel, src, false, "BlurFilter: Kernel");
             cv::Mat dst;
             cv::blur(src, dst, cv::Size(kernel, kernel), cv::Point(-1, -1), cv::BORDER_DEFAULT);
             return dst;

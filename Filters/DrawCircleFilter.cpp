@@ -2,6 +2,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "framework/DebugImages.h"
 #include "framework/ImageFiles.h"
@@ -40,6 +41,11 @@ void CDrawCircleFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
             cv::Mat bgr;
             cv::cvtColor(src, bgr, cv::COLOR_GRAY2BGR);
             cv::Mat mask = cv::Mat::zeros(bgr.size(), bgr.type());
+            // Drawing costs the radius; one reaching past twice the image's
+            // extent cannot change more pixels than a smaller one.
+            pixmill::filters::CheckAmount(radius, 2 * (int64_t{src.cols} + src.rows),
+                                          "DrawCircleFilter: width / 2",
+                                          "twice the image's width and height together");
             // A negative radius (negative width) throws here as well.
             cv::circle(mask, cv::Point(centerX, centerY), radius, cv::Scalar(255, 255, 255, 0), -1,
                        1, 0);

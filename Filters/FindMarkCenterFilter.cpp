@@ -7,6 +7,7 @@
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
 #include "Filters/SizeLimit.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -63,8 +64,10 @@ void CFindMarkCenterFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> p
     for (const cv::Mat& image : pin::InputImages(pins)) {
         pin::RequireGray8(image, "FindMarkCenterFilter");
         // A square element wider than twice the image's larger side reaches
-        // every pixel from every pixel already, so larger sizes change
-        // nothing; sizes below 1 are taken as 1 (no effect).
+        // every pixel from every pixel already: larger sizes are refused, as
+        // are sizes whose work exceeds the bound; sizes below 1 are taken as
+        // 1 (no effect).
+        pixmill::filters::CheckWindow(filterSize, image, true, "FindMarkCenterFilter: filterSize");
         const int side = std::clamp(filterSize, 1, 2 * std::max(image.rows, image.cols) + 1);
         pixmill::filters::CheckImageSize(side, side, 1, "FindMarkCenterFilter: filterSize");
         const cv::Mat element = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(side, side), cv::Point(-1, -1));

@@ -6,6 +6,7 @@
 #include "Filters/ImageLoop.h"
 #include "framework/BufferPool.h"
 #include "Filters/SizeLimit.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -35,7 +36,10 @@ void CGaussianBlurFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> par
     // same value. Sigma 0 lets the window size choose it. An even or
     // negative window throws, and the filter keeps its previous output.
     std::vector<cv::Mat> results =
-        pixmill::filters::MapInputImages(pins, [kernel, sigma](const cv::Mat& src) {
+        pixmill::filters::MapInputImages(pins, [kernel, sigma, window](const cv::Mat& src) {
+            // The cost grows with the window: one wider than the image can
+            // use is refused.
+            pixmill::filters::CheckWindow(window, src, true, "GaussianBlurFilter: Kernel or Sigma window");
             cv::Mat dst = pixmill::PooledMat();
             cv::GaussianBlur(src, dst, cv::Size(kernel, kernel), sigma, 0, cv::BORDER_DEFAULT);
             return dst;

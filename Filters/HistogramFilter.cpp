@@ -8,6 +8,7 @@
 
 #include "Filters/ImageLoop.h"
 #include "Filters/SizeLimit.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -17,6 +18,9 @@ namespace {
 
 // Bins of the histogram: one per level from 0 to 254.
 constexpr int kBins = 255;
+
+// The widest chart drawn.
+constexpr int kMaxChartWidth = 4096;
 
 // The two bar lists of one chart; the second may stay empty.
 struct Measurements {
@@ -165,6 +169,10 @@ void CHistogramFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> params
     Trace();
     const int display = pixmill::ParamValue<int>(params, L"Display", 1);
     const int ratio = pixmill::ParamValue<int>(params, L"Ratio", 100);
+    // Ratio is the chart's width in pixels: its bars need no more than a
+    // screen's width, and every extra column is drawn and copied.
+    pixmill::filters::CheckAmount(ratio, kMaxChartWidth, "HistogramFilter: Ratio",
+                                  "the widest chart the bars can use");
 
     std::wstring result = L"{";
     std::vector<cv::Mat> charts;

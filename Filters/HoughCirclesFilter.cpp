@@ -6,11 +6,43 @@
 
 #include "Filters/ImageLoop.h"
 #include "Filters/PinBlobs.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
 using pixmill::logging::LogW;
 namespace pin = pixmill::filters::pin;
+
+namespace {
+
+// The transform votes from every edge point for every radius of the range,
+// then weighs each centre it found against every edge point. On a noise
+// image nearly every pixel is an edge and nearly every pixel a centre, and
+// the search runs for minutes; an image in which circles can be told apart
+// has far fewer edges. Refused beyond:
+// - one edge point in 32 pixels (a Canny threshold too low for the image);
+constexpr int64_t kEdgeShare = 32;
+// - this many votes (edge points times radii).
+constexpr int64_t kMaxVotes = int64_t{6} * 1000 * 1000;
+
+// Refuses a search whose edge points or votes exceed the bounds; the edge
+// map is the transform's own (Canny at half and the full threshold).
+void CheckSearch(const cv::Mat& image, int canny, int low, int high) {
+    if (canny < 1) return;  // refused by the transform itself
+    cv::Mat edges;
+    cv::Canny(image, edges, std::max(canny / 2, 1), canny, 3);
+    const int64_t points = cv::countNonZero(edges);
+    const int64_t pixels = int64_t{image.rows} * image.cols;
+    pixmill::filters::CheckAmount(points, std::max<int64_t>(pixels / kEdgeShare, 1024),
+                                  "HoughCirclesFilter: Canny leaves edge points",
+                                  "one in 32 pixels; a higher Canny threshold keeps fewer");
+    pixmill::filters::CheckAmount(points * (int64_t{high} - low + 1), kMaxVotes,
+                                  "HoughCirclesFilter: MinRadius..MaxRadius votes",
+                                  "edge points times radii; a narrower radius range or a higher Canny "
+                                  "threshold needs fewer");
+}
+
+}  // namespace
 
 CHoughCirclesFilter::CHoughCirclesFilter() {
     AddPin(L"In", 1, false);
@@ -44,6 +76,7 @@ void CHoughCirclesFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> par
         const int low = std::clamp(minRadius, 0, reach + 1);
         const int high = std::clamp(maxRadius, 0, reach);
         std::vector<cv::Vec3f> circles;
+        if (low <= reach) CheckSearch(image, canny, low, high == 0 ? reach : high);
         if (low <= reach)
             cv::HoughCircles(image, circles, cv::HOUGH_GRADIENT, 1.0, minDist, canny, 35.0, low, high);
 

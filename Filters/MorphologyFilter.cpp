@@ -5,6 +5,7 @@
 #include "Filters/ImageLoop.h"
 #include "framework/BufferPool.h"
 #include "Filters/SizeLimit.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 
@@ -26,7 +27,9 @@ void CMorphologyFilter::Proc(std::vector<IPin*> pins, std::vector<IParam*> param
     const cv::Mat element = cv::getStructuringElement(
         cv::MORPH_RECT, cv::Size(kernelSize, kernelSize), cv::Point(-1, -1));
     std::vector<cv::Mat> results =
-        pixmill::filters::MapInputImages(pins, [&element](const cv::Mat& src) {
+        pixmill::filters::MapInputImages(pins, [&element, kernelSize](const cv::Mat& src) {
+            // Four passes, each costing the element's side per pixel.
+            pixmill::filters::CheckWindow(kernelSize, src, true, "MorphologyFilter: KernelSize");
             // Opening removes bright specks smaller than the element, then
             // closing fills dark holes smaller than it. The border value is
             // neutral to both, so a shape touching the image border keeps

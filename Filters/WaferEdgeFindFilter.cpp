@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Filters/ImageLoop.h"
+#include "Filters/WorkLimit.h"
 #include "framework/FilterRegistry.h"
 #include "logging/Logger.h"
 #include "platform/Platform.h"
@@ -33,6 +34,9 @@ BandFind FindBands(const cv::Mat& image, int direction, int blurSize, int closeS
     cv::Mat gray = image;
     if (gray.channels() == 3) cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
     if (gray.channels() != 1) throw std::invalid_argument("WaferEdgeFindFilter: one or three channels are needed");
+    // Sides beyond what the image can use are refused, not quietly cut.
+    CheckWindow(blurSize, gray, true, "WaferEdgeFindFilter: BlurSize");
+    CheckWindow(closeSize, gray, true, "WaferEdgeFindFilter: CloseSize");
     const int k = OddSide(blurSize);
     cv::Mat blurred, mask;
     cv::GaussianBlur(gray, blurred, cv::Size(k, k), 0);

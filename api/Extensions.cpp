@@ -32,3 +32,7 @@ extern "C" void PixmillSetTraceSink(PixmillTraceSink sink, void* user) {
 extern "C" const char* PixmillLastError(void) {
     return pixmill::logging::LastError();
 }
+
+extern "C" void PixmillSetLogSink(PixmillLogSink sink, void* user) {
+    pixmill::logging::SetLogSink(sink, user);
+}

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cwchar>
 #include <mutex>
+#include <shared_mutex>
 #include <vector>
 
 #include "platform/Platform.h"
@@ -40,9 +41,31 @@ std::string TimeStamp() {
     return buf;
 }
 
+// The host's log sink, which takes the file's place while installed. Readers
+// hold the lock shared for the whole call of the sink, so once SetLogSink
+// returns, the sink it replaced is not running and is not called again.
+struct HostSink {
+    std::shared_mutex mutex;
+    LogSink sink = nullptr;
+    void* user = nullptr;
+};
+
+HostSink& Host() {
+    static HostSink* state = new HostSink();  // never destroyed, as Prefix()
+    return *state;
+}
+
+std::atomic<bool> g_hostSinkSet{false};
+
+// Set while this thread is inside the host's sink: a message the sink itself
+// causes (it called back into the library) is kept for the last error only,
+// so the sink is never entered twice on one thread.
+thread_local bool t_inHostSink = false;
+
 bool AnySinkTakes(int level) {
     if (g_debugThreshold.load() <= level || g_consoleThreshold.load() <= level) return true;
     if (g_fileThreshold.load() > level) return false;
+    if (g_hostSinkSet.load()) return true;
     std::lock_guard<std::mutex> lock(Prefix().mutex);
     return !Prefix().prefix.empty();
 }
@@ -104,10 +127,29 @@ void Dispatch(int level, const std::string& message, bool wide) {
         std::string line = message + '\n';
         std::fwrite(line.data(), 1, line.size(), stdout);
     }
+    if (g_hostSinkSet.load()) {
+        if (g_fileThreshold.load() > level || t_inHostSink) return;
+        std::shared_lock<std::shared_mutex> lock(Host().mutex);
+        if (Host().sink) {
+            struct Inside {
+                Inside() { t_inHostSink = true; }
+                ~Inside() { t_inHostSink = false; }
+            } inside;
+            Host().sink(level, message.c_str(), Host().user);
+            return;
+        }
+    }
     WriteToFile(level, message, wide);
 }
 
 }  // namespace
+
+void SetLogSink(LogSink sink, void* user) {
+    std::unique_lock<std::shared_mutex> lock(Host().mutex);
+    Host().sink = sink;
+    Host().user = sink ? user : nullptr;
+    g_hostSinkSet.store(sink != nullptr);
+}
 
 void BeginCall() {
     t_lastError[0] = '\0';
@@ -225,6 +267,7 @@ std::wstring DefaultLogPathPrefix() {
 }
 
 void ResetForTesting() {
+    SetLogSink(nullptr, nullptr);
     SetThresholds(Thresholds{});
     SetPathPrefix(L"");
 }

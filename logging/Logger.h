@@ -37,6 +37,15 @@ void LogA(int level, const char* format, ...);
 void BeginCall();
 const char* LastError();
 
+// The host's log sink: while one is installed it receives, instead of the
+// daily file, each message at or above the file threshold, with its level
+// and the host's pointer (UTF-8 text, valid during the call). Console and
+// debug output keep their own thresholds. Null removes it and the file is
+// written again. Safe to call from any thread; when it returns, the sink it
+// replaced is no longer running on any thread.
+using LogSink = void (*)(int level, const char* line, void* user);
+void SetLogSink(LogSink sink, void* user);
+
 struct Thresholds {
     int debugOutput = 6;
     int console = 6;

@@ -28,7 +28,7 @@ for t in "${targets[@]}"; do
   log="build-fuzz/$t.log"
   # New inputs go to a scratch folder; the seeds in the repository stay as
   # they are.
-  if ./build-fuzz/fuzz/"$t" "$work" "$corpus" -max_total_time="$seconds" -timeout=20 \
+  if ./build-fuzz/fuzz/"$t" "$work" "$corpus" -max_total_time="$seconds" -timeout=5 \
        -rss_limit_mb=4096 -max_len=16384 -print_final_stats=1 \
        -artifact_prefix="$artifacts/" >"$log" 2>&1; then
     runs=$(grep -m1 'stat::number_of_executed_units' "$log" | awk '{print $2}')

@@ -102,7 +102,7 @@ TEST_F(CliTest, FilterRunsWithSetParametersAndWritesPng) {
     } cases[] = {
         {"filter DrawCircleFilter missing.png", "no such image file: missing.png", 1},
         {"filter DrawCircleFilter " + WriteText("fake.png", "not an image"), "not a readable image", 1},
-        {"filter DrawCircleFilter in.png --set width", "--set wants KEY=VALUE", 1},
+        {"filter DrawCircleFilter in.png --set width", "--set wants KEY=VALUE", 2},
         {"filter DrawCircleFilter in.png --set width=wide", "invalid stoi argument", 2},
     };
     for (const Case& c : cases) {
@@ -138,10 +138,14 @@ TEST_F(CliTest, RunReportsBadRecipesInOneLine) {
     WriteImage("one.png", cv::Mat(6, 8, CV_8UC1, cv::Scalar(11)));
     WriteText("broken.json", R"({"Filters":[{"Type":"SourceFilter")");
     WriteText("unknown.json", R"({"Filters":[{"Type":"NoSuchFilter","IsEndPoint":true}]})");
-    for (const char* args : {"run broken.json one.png", "run unknown.json one.png"}) {
+    const std::pair<const char*, const char*> bad[] = {
+        {"run broken.json one.png", "line 1, column 35 (offset 34): Missing a comma or '}'"},
+        {"run unknown.json one.png", "unknown filter type 'NoSuchFilter'"}};
+    for (const auto& [args, message] : bad) {
         CliRun run = Cli(args);
         EXPECT_EQ(run.exitCode, 1);
-        EXPECT_NE(run.output.find("the recipe gave no result"), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find("the recipe was not run"), std::string::npos) << run.output;
     }
     CliRun run = Cli("run nowhere.json one.png");
     EXPECT_EQ(run.exitCode, 1);

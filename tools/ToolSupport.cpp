@@ -8,12 +8,17 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <cstdlib>
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "pixmill/pixmill_ext.h"
 
 namespace fs = std::filesystem;
 
@@ -57,6 +62,7 @@ std::string Narrow(const std::wstring& wide) {
 
 std::string ReadFileBytes(const std::string& path) {
     std::error_code ec;
+    if (fs::is_directory(path, ec)) throw ToolError("is a directory, not a file: " + path);
     if (!fs::is_regular_file(path, ec)) throw ToolError("no such file: " + path);
     std::ifstream in(path, std::ios::binary);
     if (!in) throw ToolError("cannot read " + path);
@@ -90,42 +96,128 @@ std::wstring ReadTextFile(const std::string& path) {
     return Widen(bytes);
 }
 
-std::string DropTrailingCommas(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    bool inString = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (inString) {
-            out += c;
-            if (c == '\\' && i + 1 < text.size()) {
-                out += text[++i];
-            } else if (c == '"') {
-                inString = false;
-            }
-            continue;
-        }
-        if (c == '"') inString = true;
-        if (c == ',') {
-            size_t j = i + 1;
-            while (j < text.size() && std::isspace(static_cast<unsigned char>(text[j]))) ++j;
-            if (j < text.size() && (text[j] == ']' || text[j] == '}')) continue;
-        }
-        out += c;
+namespace {
+
+constexpr unsigned kLenientFlags = rapidjson::kParseTrailingCommasFlag;
+
+std::string Pretty(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    writer.SetIndent(' ', 2);
+    value.Accept(writer);
+    return buffer.GetString();
+}
+
+// The one lock of everything the tool writes to standard error.
+std::mutex& StderrMutex() {
+    static std::mutex m;
+    return m;
+}
+
+}  // namespace
+
+void ErrorLine(const std::string& line) {
+    std::lock_guard<std::mutex> lock(StderrMutex());
+    std::fprintf(stderr, "%s\n", line.c_str());
+    std::fflush(stderr);
+}
+
+QuietStderr::QuietStderr() {
+    StderrMutex().lock();
+    std::fflush(stderr);
+    m_saved = ::dup(STDERR_FILENO);
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (null >= 0) {
+        ::dup2(null, STDERR_FILENO);
+        ::close(null);
     }
-    return out;
+}
+
+QuietStderr::~QuietStderr() {
+    std::fflush(stderr);
+    if (m_saved >= 0) {
+        ::dup2(m_saved, STDERR_FILENO);
+        ::close(m_saved);
+    }
+    StderrMutex().unlock();
+}
+
+namespace {
+
+// One sink serves every run in the process; each line is counted for the run
+// of the thread that logged it, so runs on several threads keep apart.
+std::mutex g_sinkUsers;
+int g_sinkUserCount = 0;
+thread_local LibraryErrors* t_run = nullptr;
+
+}  // namespace
+
+LibraryErrors::LibraryErrors() {
+    const char* levels = std::getenv("PIXMILL_LOG_LEVELS");
+    m_installed = !levels || !*levels;
+    t_run = this;
+    if (!m_installed) return;
+    std::lock_guard<std::mutex> lock(g_sinkUsers);
+    if (g_sinkUserCount++ == 0) PixmillSetLogSink(&LibraryErrors::Sink, nullptr);
+}
+
+LibraryErrors::~LibraryErrors() {
+    if (t_run == this) t_run = nullptr;
+    if (!m_installed) return;
+    std::lock_guard<std::mutex> lock(g_sinkUsers);
+    if (--g_sinkUserCount == 0) PixmillSetLogSink(nullptr, nullptr);
+}
+
+size_t LibraryErrors::Finish() {
+    if (!m_installed) {
+        const std::string last = PixmillLastError();
+        if (!last.empty()) Sink(4, last.c_str(), nullptr);
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_count;
+}
+
+void LibraryErrors::Sink(int level, const char* line, void* /*user*/) {
+    if (level < 4 || !line) return;
+    if (LibraryErrors* run = t_run) {
+        std::lock_guard<std::mutex> lock(run->m_mutex);
+        ++run->m_count;
+    }
+    ErrorLine(std::string("pixmill: library: ") + line);
+}
+
+std::string JsonErrorText(const std::string& text, size_t offset, const char* message) {
+    size_t line = 1, column = 1;
+    for (size_t i = 0; i < offset && i < text.size(); ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            column = 1;
+        } else if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
+            ++column;  // characters, not the bytes of one
+        }
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(column) + " (offset " +
+           std::to_string(offset) + "): " + message;
 }
 
 bool PrettyJson(const std::string& text, std::string& out) {
     rapidjson::Document doc;
-    std::string strict = DropTrailingCommas(text);
-    if (doc.Parse(strict.c_str()).HasParseError()) return false;
-    rapidjson::StringBuffer buffer;
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-    writer.SetIndent(' ', 2);
-    doc.Accept(writer);
-    out = buffer.GetString();
+    if (doc.Parse<kLenientFlags>(text.c_str()).HasParseError()) return false;
+    out = Pretty(doc);
     return true;
+}
+
+std::string FilterDescriptionJson(const std::string& name) {
+    rapidjson::Document doc;
+    const std::string text = DescriptionDocument();
+    if (doc.Parse<kLenientFlags>(text.c_str()).HasParseError() || !doc.IsObject() ||
+        !doc.HasMember("filters") || !doc["filters"].IsArray())
+        throw ToolError("the library's filter description does not parse");
+    for (const auto& f : doc["filters"].GetArray()) {
+        if (f.IsObject() && f.HasMember("Name") && f["Name"].IsString() && name == f["Name"].GetString())
+            return Pretty(f);
+    }
+    throw ToolError("unknown filter '" + name + "'");
 }
 
 std::string ParamsObject(const std::vector<std::pair<std::string, std::string>>& params) {
@@ -169,8 +261,8 @@ std::string StringOf(const rapidjson::Value& object, const char* key) {
 
 std::vector<FilterInfo> FilterCatalogue() {
     rapidjson::Document doc;
-    std::string strict = DropTrailingCommas(DescriptionDocument());
-    if (doc.Parse(strict.c_str()).HasParseError() || !doc.IsObject() || !doc.HasMember("filters") ||
+    const std::string text = DescriptionDocument();
+    if (doc.Parse<kLenientFlags>(text.c_str()).HasParseError() || !doc.IsObject() || !doc.HasMember("filters") ||
         !doc["filters"].IsArray())
         throw ToolError("the library's filter description does not parse");
     std::vector<FilterInfo> all;
@@ -253,18 +345,59 @@ std::vector<std::string> NearestNames(const std::string& name, const std::vector
 
 cv::Mat LoadImage(const std::string& path) {
     std::error_code ec;
-    if (!fs::is_regular_file(path, ec)) throw ToolError("no such image file: " + path);
-    cv::Mat image;
+    if (fs::is_directory(path, ec)) throw ToolError("is a directory, not an image: " + path);
+    if (!fs::exists(path, ec)) throw ToolError("no such image file: " + path);
+    std::string bytes;
     try {
-        image = cv::imread(path, cv::IMREAD_UNCHANGED);
-    } catch (const cv::Exception&) {
-        image.release();
+        bytes = ReadFileBytes(path);
+    } catch (const ToolError&) {
+        throw ToolError("cannot read image file: " + path);
+    }
+    cv::Mat image;
+    {
+        // The decoders' own lines ("libpng error: ...") stay unseen; the
+        // line below says what went wrong.
+        QuietStderr quiet;
+        try {
+            image = cv::imdecode(cv::Mat(1, static_cast<int>(bytes.size()), CV_8UC1, bytes.data()),
+                                 cv::IMREAD_UNCHANGED);
+        } catch (const cv::Exception&) {
+            image.release();
+        }
     }
     if (image.empty()) throw ToolError("not a readable image: " + path);
     if (image.depth() != CV_8U) image.convertTo(image, CV_8U, image.depth() == CV_16U ? 1.0 / 257 : 1.0);
     if (image.channels() == 4) cv::cvtColor(image, image, cv::COLOR_BGRA2BGR);
     if (image.channels() == 2) cv::extractChannel(image, image, 0);
     return image;
+}
+
+bool LooksLikeImage(const std::string& path) {
+    static const char* const kExtensions[] = {".png", ".bmp", ".dib", ".jpg", ".jpeg", ".jpe", ".tif", ".tiff",
+                                              ".pgm", ".ppm", ".pbm", ".pnm", ".webp", ".jp2", ".exr", ".hdr",
+                                              ".pic", ".ras", ".sr", ".pxm", ".pfm"};
+    const std::string extension = Lower(fs::path(path).extension().string());
+    for (const char* known : kExtensions)
+        if (extension == known) return true;
+    QuietStderr quiet;
+    try {
+        return cv::haveImageReader(path);
+    } catch (const cv::Exception&) {
+        return false;
+    }
+}
+
+size_t OutputPins(const FilterInfo& filter) {
+    size_t n = 0;
+    for (const PinInfo& p : filter.pins) n += p.name.rfind("OUT_", 0) == 0 ? 1 : 0;
+    return n;
+}
+
+void RequireClean(size_t errorLines, int outputImages, size_t expectedOutputs, const std::string& what) {
+    if (errorLines > 0)
+        throw ToolError(what + ": the library reported " + std::to_string(errorLines) +
+                        (errorLines == 1 ? " error line" : " error lines") + " (shown above)");
+    if (expectedOutputs > 0 && outputImages < 1) throw ToolError(what + " gave no output image");
 }
 
 InputImage ParseImageArgument(const std::string& argument) {
@@ -313,14 +446,35 @@ std::vector<std::string> Execution::WriteOutputs(const std::string& dir, const s
     if (m_output.count < 1 || !m_output.images) return written;
     std::error_code ec;
     fs::create_directories(dir, ec);
+    if (!fs::is_directory(dir)) {
+        throw ToolError("cannot make the output folder " + dir + (ec ? ": " + ec.message() : ""));
+    }
+    // Every image that can be written is; the first problem is then reported.
+    std::string problem;
     for (int i = 0; i < m_output.count; ++i) {
         const ImageData* d = m_output.images[i];
-        if (!d || d->width < 1 || d->height < 1 || (d->channels != 1 && d->channels != 3)) continue;
-        if (d->size != static_cast<uint64_t>(d->width) * d->height * d->channels) continue;
+        const std::string name = "output image " + std::to_string(i + 1);
+        if (!d || d->width < 1 || d->height < 1 || !d->data) {
+            if (problem.empty()) problem = name + " is empty";
+            continue;
+        }
+        if ((d->channels != 1 && d->channels != 3) ||
+            d->size != static_cast<uint64_t>(d->width) * d->height * d->channels) {
+            if (problem.empty()) problem = name + " has a layout the tool cannot write";
+            continue;
+        }
         cv::Mat m(d->height, d->width, d->channels == 1 ? CV_8UC1 : CV_8UC3, d->data);
         std::string path = (fs::path(dir) / (stem + "_" + std::to_string(i + 1) + ".png")).string();
-        if (cv::imwrite(path, m)) written.push_back(path);
+        bool ok = false;
+        try {
+            ok = cv::imwrite(path, m);
+        } catch (const cv::Exception&) {
+            ok = false;
+        }
+        if (!ok) throw ToolError("cannot write " + path);
+        written.push_back(path);
     }
+    if (!problem.empty()) throw ToolError(problem);
     return written;
 }
 

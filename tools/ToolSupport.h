@@ -4,6 +4,7 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,10 +13,61 @@
 
 namespace pixmill::tool {
 
-// A failure the tool reports as one line and a non-zero exit code.
+// A failure the tool reports as one line and exit code 1: the run failed.
 struct ToolError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// A malformed argument, reported as one line and exit code 2.
+struct UsageError : ToolError {
+    using ToolError::ToolError;
+};
+
+// Exit codes of every command.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+
+// Writes one line to standard error under the lock that QuietStderr holds,
+// so no line is lost while standard error is turned away.
+void ErrorLine(const std::string& line);
+
+// While alive, standard error goes nowhere: image decoders print their own
+// complaints there, and the tool reports a bad image in its own words.
+class QuietStderr {
+public:
+    QuietStderr();
+    ~QuietStderr();
+    QuietStderr(const QuietStderr&) = delete;
+    QuietStderr& operator=(const QuietStderr&) = delete;
+
+private:
+    int m_saved = -1;
+};
+
+// The library's error lines during one run: installed as the library's log
+// sink, it shows each level-4 line on standard error as it comes
+// ("pixmill: library: ...") and counts them; no log file is written then.
+// When PIXMILL_LOG_LEVELS is set the user asked for the log files, so no
+// sink is installed and Finish() shows the calling thread's last error.
+class LibraryErrors {
+public:
+    LibraryErrors();
+    ~LibraryErrors();
+    LibraryErrors(const LibraryErrors&) = delete;
+    LibraryErrors& operator=(const LibraryErrors&) = delete;
+    // Call right after the library call; returns the error lines seen.
+    size_t Finish();
+
+private:
+    static void Sink(int level, const char* line, void* user);
+    bool m_installed = false;
+    std::mutex m_mutex;
+    size_t m_count = 0;
+};
+
+// Where a parse stopped, as "line L, column C (offset O): message".
+std::string JsonErrorText(const std::string& text, size_t offset, const char* message);
 
 std::wstring Widen(const std::string& utf8);
 std::string Narrow(const std::wstring& wide);
@@ -27,13 +79,14 @@ std::string ReadFileBytes(const std::string& path);
 // mark, or UTF-16 with one.
 std::wstring ReadTextFile(const std::string& path);
 
-// Drops each comma that stands right before a closing bracket or brace
-// (outside strings), which turns the library's documents into strict JSON.
-std::string DropTrailingCommas(const std::string& text);
-
-// Pretty-prints a document if it parses once trailing commas are dropped;
-// returns false (leaving `out` alone) if it does not.
+// Pretty-prints a document, trailing commas allowed (the library's own
+// documents have them), as strict JSON; returns false (leaving `out` alone)
+// if it does not parse.
 bool PrettyJson(const std::string& text, std::string& out);
+
+// The description document's object of one filter as strict JSON; throws
+// ToolError if no filter has that name.
+std::string FilterDescriptionJson(const std::string& name);
 
 // {"Params":[{"Key":k,"Value":v},...]} for a filter's own object.
 std::string ParamsObject(const std::vector<std::pair<std::string, std::string>>& params);
@@ -62,7 +115,7 @@ std::vector<FilterInfo> FilterCatalogue();
 std::vector<std::string> NearestNames(const std::string& name, const std::vector<FilterInfo>& all);
 
 // An image read for the library: 8-bit, one or three channels. Throws
-// ToolError if the file is missing or not an image.
+// ToolError if the file is missing, a folder or not an image.
 cv::Mat LoadImage(const std::string& path);
 
 // An input image and the ID that routes it.
@@ -71,6 +124,18 @@ struct InputImage {
     int id = 1;
     std::string path;
 };
+
+// Whether a file in a folder given to `run --each` counts as an image: its
+// extension names an image format, or a decoder recognises its first bytes.
+// A corrupt ".png" is an image that fails to read, not a file to skip.
+bool LooksLikeImage(const std::string& path);
+
+// The number of output pins the description gives a filter.
+size_t OutputPins(const FilterInfo& filter);
+
+// Throws ToolError naming `what` when the library logged error lines during
+// the run, or when outputs were expected and none came.
+void RequireClean(size_t errorLines, int outputImages, size_t expectedOutputs, const std::string& what);
 
 // "path" or "path:ID"; a suffix that is not a number belongs to the path.
 InputImage ParseImageArgument(const std::string& argument);
@@ -86,7 +151,10 @@ public:
     ImageParam* input() { return &m_input; }
     ImageParam* output() { return &m_output; }
     std::wstring Result() const;
+    int OutputCount() const { return m_output.count; }
     // Writes each output image as <dir>/<stem>_<n>.png; returns the paths.
+    // Throws ToolError if the folder cannot be made, a file cannot be
+    // written or an output image is empty.
     std::vector<std::string> WriteOutputs(const std::string& dir, const std::string& stem) const;
 
 private:

@@ -13,6 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <unistd.h>
 
+#include "Check.h"
 #include "Demo.h"
 #include "Inspect.h"
 #include "ParallelRuns.h"
@@ -71,13 +72,18 @@ const FilterInfo& FindFilter(const std::string& name, const std::vector<FilterIn
 }
 
 int CommandFilters(const std::string& name, bool json) {
-    if (json) {
-        std::string strict = DropTrailingCommas(DescriptionDocument());
-        std::string pretty;
-        std::cout << (PrettyJson(strict, pretty) ? pretty : strict) << "\n";
+    std::vector<FilterInfo> all = FilterCatalogue();
+    if (json && !name.empty()) {
+        FindFilter(name, all);
+        std::cout << FilterDescriptionJson(name) << "\n";
         return 0;
     }
-    std::vector<FilterInfo> all = FilterCatalogue();
+    if (json) {
+        const std::string text = DescriptionDocument();
+        std::string pretty;
+        std::cout << (PrettyJson(text, pretty) ? pretty : text) << "\n";
+        return 0;
+    }
     if (!name.empty()) {
         PrintFilter(FindFilter(name, all));
         return 0;
@@ -100,42 +106,42 @@ void ReportOutputs(const std::vector<std::string>& written) {
 
 int CommandFilter(const std::string& type, const std::vector<std::string>& images,
                   const std::vector<std::string>& sets, const std::string& outDir, bool raw) {
-    FindFilter(type, FilterCatalogue());
+    const std::vector<FilterInfo> catalogue = FilterCatalogue();
+    const FilterInfo& info = FindFilter(type, catalogue);
     std::vector<std::pair<std::string, std::string>> params;
     for (const std::string& s : sets) {
         size_t eq = s.find('=');
-        if (eq == std::string::npos || eq == 0) throw ToolError("--set wants KEY=VALUE, got '" + s + "'");
+        if (eq == std::string::npos || eq == 0) throw UsageError("--set wants KEY=VALUE, got '" + s + "'");
         params.emplace_back(s.substr(0, eq), s.substr(eq + 1));
     }
+    WarnAboutSettings(info, params);
     std::vector<InputImage> inputs;
     for (const std::string& arg : images) inputs.push_back(ParseImageArgument(arg));
     Execution run(inputs);
+    LibraryErrors errors;
     FilterExecute(run.input(), run.output(), Widen(type).c_str(), Widen(ParamsObject(params)).c_str());
+    const size_t reported = errors.Finish();
     CheckRefusal();
     PrintResult(run.Result(), raw);
     ReportOutputs(run.WriteOutputs(outDir, type));
+    RequireClean(reported, run.OutputCount(), OutputPins(info), type);
     return 0;
 }
 
-std::wstring OverrideText(const std::string& value) {
-    if (value.empty()) return L"";
-    std::error_code ec;
-    if (fs::is_regular_file(value, ec)) return ReadTextFile(value);
-    return Widen(value);
-}
-
 // Runs a recipe once; returns the number of output images written.
-size_t RunRecipeOnce(const std::wstring& recipe, const std::wstring& override,
+size_t RunRecipeOnce(const std::wstring& recipe, const std::wstring& override, size_t expectedOutputs,
                      const std::vector<InputImage>& inputs, const std::string& outDir,
                      const std::string& stem, bool raw, bool quiet) {
     Execution run(inputs);
+    LibraryErrors errors;
     RecipeExecute(run.input(), run.output(), recipe.c_str(), override.empty() ? nullptr : override.c_str());
+    const size_t reported = errors.Finish();
     CheckRefusal();
-    if (run.Result().empty())
-        throw ToolError("the recipe gave no result: malformed JSON, or no filter type the library knows");
+    if (run.Result().empty()) throw ToolError("the recipe gave no result");
     if (!quiet) PrintResult(run.Result(), raw);
     std::vector<std::string> written = run.WriteOutputs(outDir, stem);
     if (!quiet) ReportOutputs(written);
+    RequireClean(reported, run.OutputCount(), expectedOutputs, "the recipe");
     return written.size();
 }
 
@@ -146,7 +152,7 @@ std::vector<std::string> ImagesOf(const std::vector<std::string>& arguments) {
         if (fs::is_directory(arg, ec)) {
             std::vector<std::string> found;
             for (const auto& e : fs::directory_iterator(arg, ec)) {
-                if (e.is_regular_file() && cv::haveImageReader(e.path().string()))
+                if (e.is_regular_file() && LooksLikeImage(e.path()))
                     found.push_back(e.path().string());
             }
             std::sort(found.begin(), found.end());
@@ -162,12 +168,13 @@ int CommandRun(const std::string& recipePath, const std::vector<std::string>& im
                const std::string& overrideArg, const std::string& outDir, bool raw, bool each,
                int jobs) {
     const std::wstring recipe = ReadTextFile(recipePath);
-    const std::wstring override = OverrideText(overrideArg);
+    const std::wstring override = overrideArg.empty() ? L"" : Widen(OverrideArgumentText(overrideArg));
+    const size_t expected = CheckBeforeRun(Narrow(recipe), Narrow(override));
     const std::string stem = fs::path(recipePath).stem().string();
     if (!each) {
         std::vector<InputImage> inputs;
         for (const std::string& arg : images) inputs.push_back(ParseImageArgument(arg));
-        RunRecipeOnce(recipe, override, inputs, outDir, stem, raw, false);
+        RunRecipeOnce(recipe, override, expected, inputs, outDir, stem, raw, false);
         return 0;
     }
     // One run per image, each image as ID 1 unless it names its own.
@@ -182,7 +189,7 @@ int CommandRun(const std::string& recipePath, const std::vector<std::string>& im
         all.size(), threads,
         [&](size_t i) {
             InputImage input = ParseImageArgument(all[i]);
-            return RunRecipeOnce(recipe, override, {input}, outDir,
+            return RunRecipeOnce(recipe, override, expected, {input}, outDir,
                                  stem + "_" + fs::path(input.path).stem().string(), raw, true);
         },
         [&](size_t done) {
@@ -195,7 +202,7 @@ int CommandRun(const std::string& recipePath, const std::vector<std::string>& im
             ++ok;
             outputs += outcomes[i].outputs;
         } else {
-            std::cerr << "pixmill: " << all[i] << ": " << outcomes[i].error << "\n";
+            ErrorLine("pixmill: " + all[i] + ": " + outcomes[i].error);
             ++failed;
         }
     }
@@ -210,6 +217,7 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "C.UTF-8");
     CLI::App app{"pixmill: try Pixmill filters, recipes and inspections without a host program"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("pixmill ") + PIXMILL_TOOL_VERSION);
 
     auto* filters = app.add_subcommand("filters", "List the registered filters with their pins and parameters");
     std::string filterName;
@@ -250,21 +258,35 @@ int main(int argc, char** argv) {
     InspectOptions inspectOptions;
     auto* inspect = AddInspectCommand(app, inspectOptions);
 
-    CLI11_PARSE(app, argc, argv);
+    auto* check = app.add_subcommand("check", "Check a recipe against the filter descriptions without running it");
+    std::string checkPath, checkOverride;
+    check->add_option("RECIPE", checkPath, "Recipe file (JSON, UTF-8 or UTF-16)")->required();
+    check->add_option("--override", checkOverride, "Parameter override document to check with it: a file or the JSON text");
 
     try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version exit 0; every other code of the parser is a usage error.
+        return app.exit(e) == 0 ? kExitOk : kExitUsage;
+    }
+
+    try {
+        if (*check) return CommandCheck(checkPath, checkOverride);
         if (*filters) return CommandFilters(filterName, json);
         if (*filter) return CommandFilter(type, filterImages, sets, filterOut, filterRaw);
         if (*run) return CommandRun(recipePath, runImages, overrideArg, runOut, runRaw, each, jobs);
         if (*demo) return RunDemo(demoRoot);
         if (*inspect) return RunInspect(*inspect, inspectOptions);
+    } catch (const UsageError& e) {
+        ErrorLine(std::string("pixmill: ") + e.what());
+        return kExitUsage;
     } catch (const ToolError& e) {
-        std::cerr << "pixmill: " << e.what() << "\n";
-        return 1;
+        ErrorLine(std::string("pixmill: ") + e.what());
+        return kExitFailed;
     } catch (const std::exception& e) {
         // A recipe or parameter text the library refused (CheckRefusal).
-        std::cerr << "pixmill: the library refused the input: " << e.what() << "\n";
-        return 2;
+        ErrorLine(std::string("pixmill: the library refused the input: ") + e.what());
+        return kExitUsage;
     }
     return 0;
 }

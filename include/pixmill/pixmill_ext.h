@@ -106,6 +106,22 @@ PIXMILL_API const char* PixmillVersion(void);
  * at once meaningful: the fixed paths are shared by all calls.
  */
 PIXMILL_API void PixmillSetDebugImages(int enabled);
+ * Host log sink: the host takes the log over from the daily file.
+ * While a sink is installed it receives each log message at or above the
+ * file threshold (PixmillSetLogLevels; by default level 4, the errors),
+ * with its level, the text (UTF-8, valid during the call only) and the
+ * caller's `user` pointer, and no log file is written: the host decides
+ * what is shown. Console and debug output keep their own thresholds.
+ * NULL removes the sink and the files are written again.
+ * Safe to call from any thread. When the call returns, the sink it replaced
+ * is no longer running on any thread and is not called again, so `user` may
+ * be freed. The sink may be called from any thread that calls the library,
+ * also from several at once; it must not call PixmillSetLogSink itself.
+ * A message that the sink causes by calling into the library is not passed
+ * to it again (it still counts for PixmillLastError).
+ */
+typedef void (*PixmillLogSink)(int level, const char* line, void* user);
+PIXMILL_API void PixmillSetLogSink(PixmillLogSink sink, void* user);
 
 PIXMILL_EXTERN_C_END
 
