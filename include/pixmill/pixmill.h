@@ -872,6 +872,7 @@ PIXMILL_API int VBcvGetThreshold_Oval_Auto_Pad_Reg(const unsigned char* data, in
 PIXMILL_API int EnhanceImageF(const uint8_t* source, uint8_t* destination, int width, int height,
                               int blurSize, float threshWeight, bool curvedThresh, bool blackWhite,
                               int erodeCount, bool edgeDetect);
+
 /* ---- Further inspections ------------------------------------------------ */
 
 /*

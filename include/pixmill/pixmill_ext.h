@@ -83,6 +83,8 @@ PIXMILL_API const char* PixmillLastError(void);
  * on an internal failure (out of memory).
  */
 PIXMILL_API int PixmillDescribeExports(wchar_t* text, int textBytes);
+
+/*
  * The library's version, "MAJOR.MINOR.PATCH" ("1.0.0"): the number of the
  * installed files (libpixmill.so.MAJOR), of the CMake package
  * (find_package(Pixmill MAJOR)), of pixmill.pc and of the Debian packages.
@@ -91,6 +93,8 @@ PIXMILL_API int PixmillDescribeExports(wchar_t* text, int textBytes);
  * new call: the calling thread's last error becomes "".
  */
 PIXMILL_API const char* PixmillVersion(void);
+
+/*
  * Switches the debug images on (non-zero) or off (0): the images that
  * filters and inspections write to fixed paths for a person to look at
  * (the crop filter's "CropFilter_image.png", the pin searches' stage images,
@@ -106,6 +110,8 @@ PIXMILL_API const char* PixmillVersion(void);
  * at once meaningful: the fixed paths are shared by all calls.
  */
 PIXMILL_API void PixmillSetDebugImages(int enabled);
+
+/*
  * Host log sink: the host takes the log over from the daily file.
  * While a sink is installed it receives each log message at or above the
  * file threshold (PixmillSetLogLevels; by default level 4, the errors),
