@@ -1,5 +1,6 @@
 // The wafer edge exports: flat C shims over the functions in inspect/edge/,
 // which never let an exception out.
+#include "logging/Logger.h"
 #include "inspect/edge/EdgeFind.h"
 #include "inspect/edge/EdgeFindFEX.h"
 #include "inspect/edge/EdgeFindIA.h"
@@ -17,6 +18,7 @@ extern "C" EdgePointPair VBcvEdgeFindEX(const char* path, int cpos, int sx, int 
 }
 
 extern "C" double VBcvEdgeFind_GetScore(void) {
+    pixmill::logging::BeginCall();
     return TakeEdgeFindScore();
 }
 
@@ -25,6 +27,7 @@ extern "C" int VBcvEdgePattern(const char* path, int x, int y) {
 }
 
 extern "C" int VBcvDestroyWindow(const char* name) {
+    pixmill::logging::BeginCall();
     return DestroyPatternWindow(name);
 }
 
@@ -37,10 +40,12 @@ extern "C" FEXCounts VBcvEdgeFindFEX_Process_Thin_Chuck(const char* path, int sx
 }
 
 extern "C" void VBcvEdgeFindFEX_Release(void) {
+    pixmill::logging::BeginCall();
     EdgeFindFEXRelease();
 }
 
 extern "C" FEXCoordinate VBcvEdgeFindFEX_GetCoordinate(int index, int mode) {
+    pixmill::logging::BeginCall();
     return EdgeFindFEXCoordinate(index, mode);
 }
 

@@ -2,6 +2,7 @@
 // enhance/Enhance.cpp; here only exceptions are stopped, so that nothing
 // unwinds into a C caller. A failure inside (out of memory) returns -1.
 #include "enhance/Enhance.h"
+#include "logging/Logger.h"
 #include "pixmill/pixmill.h"
 
 namespace {
@@ -9,6 +10,7 @@ namespace {
 template <typename Work>
 int Guarded(Work work) {
     try {
+        pixmill::logging::BeginCall();
         return work();
     } catch (...) {
         return -1;

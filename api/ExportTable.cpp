@@ -17,6 +17,8 @@
 //   pixels_out[:X]    a buffer that receives pixels; as large as the pixel
 //                     block X when X is named, else as its size: argument
 //   width_out:X height_out:X  receive the dimensions of what X received
+//   ints_out          an int array the export fills
+//   count:X           the number of entries of the int array X
 //   text_out          a wide-text buffer that receives a document
 //   handle            an image buffer handle (ImageBufferCreate)
 //   record_in record_out  an ImageParam record (pixmill.h)
@@ -130,6 +132,24 @@ const std::vector<Record>& Records() {
          {{"x", "int32_t", "pattern centre x in the target"},
           {"y", "int32_t", "pattern centre y in the target"},
           {"score", "int32_t", "correlation times 100"}}},
+        {"FiducialMarkResult",
+         {{"X", "double", "mark centre x, whole-image pixels, sub-pixel"},
+          {"Y", "double", "mark centre y"},
+          {"Score", "double", "normalised correlation times 100, 0 to 100"}}},
+        {"IntensityData",
+         {{"Mean", "double", "mean gray level"},
+          {"StdDev", "double", "standard deviation, divided by the pixel count"},
+          {"Min", "double", "least gray level"},
+          {"Max", "double", "greatest gray level"},
+          {"Pixels", "double", "pixels in the region"}}},
+        {"FlatPadResult",
+         {{"Level", "int32_t", "the pad threshold estimator's level"},
+          {"Marks", "int32_t", "probe marks kept"},
+          {"MarkPixels", "int32_t", "their pixels together"},
+          {"MarkX", "int32_t", "box around all marks, left; 0 when none"},
+          {"MarkY", "int32_t", "box top"},
+          {"MarkWidth", "int32_t", "box width"},
+          {"MarkHeight", "int32_t", "box height"}}},
     };
     return records;
 }
@@ -419,6 +439,50 @@ const std::vector<Export>& Exports() {
           {"width", "int", "width:data", "0 to 480"},
           {"height", "int", "height:data", "0 to 480"}},
          "int", "the level, 0 to 255", "-1: a dimension negative or above 480, or NULL data with pixels"},
+        // ---- Background subtraction and further inspections
+        {"EnhanceImageF", kMain, "Flattens uneven light in a gray image and binarises what stands out of it.",
+         {{"source", "const uint8_t*", "pixels", "width*height bytes"},
+          {"destination", "uint8_t*", "pixels_out:source", "receives the binary image, 255 on structure; may be NULL"},
+          {"width", "int", "width:source", "pixels per row"},
+          {"height", "int", "height:source", "rows"},
+          {"blurSize", "int", "number", "side of the background square, 3..255"},
+          {"threshWeight", "float", "number", "factor on the automatic level, 0.1..10"},
+          {"curvedThresh", "bool", "flag", "the level follows the local light"},
+          {"blackWhite", "bool", "flag", "structures dark on a bright background"},
+          {"erodeCount", "int", "number", "3 x 3 erosions, 0..20"},
+          {"edgeDetect", "bool", "flag", "keep only the structures' one-pixel boundary"}},
+         "int", "byte size of the filter's result document", "0: failure inside (out of memory)"},
+        {"VBcvFiducialMarkFind", kMain, "Finds a cross, circle or square fiducial mark of known size; writes FiducialMark.jpg.",
+         {{"path", "const char*", "path", "image file (UTF-8; prober paths map under the root)"},
+          {"markType", "int", "number", "0 cross, 1 circle, 2 square"},
+          {"tx", "int", "number", "outer mark width, 4 or more"},
+          {"ty", "int", "number", "outer mark height, 4 or more"},
+          {"lineWidth", "int", "number", "stroke width; 0 fills a circle or square"},
+          {"polarity", "int", "number", "0 darker than its ground, 1 brighter, 2 either"},
+          {"sx", "int", "number", "search window width at the image centre; 0 the whole width"},
+          {"sy", "int", "number", "search window height; 0 the whole height"},
+          {"minScore", "double", "number", "least score accepted, 0 to 100"}},
+         "FiducialMarkResult", "the mark's centre and score", "all -1: bad parameter, unreadable file, window, low score"},
+        {"VBcvGetIntesityData", kMain, "Gray level statistics and histogram of an image region.",
+         {{"path", "const char*", "path", "image file (UTF-8; prober paths map under the root)"},
+          {"x", "int", "number", "region left"},
+          {"y", "int", "number", "region top"},
+          {"width", "int", "number", "region width; 0 with all others 0 takes the whole image"},
+          {"height", "int", "number", "region height"},
+          {"histogram", "int*", "ints_out", "receives the counts of gray levels 0 to 255"},
+          {"histogramSize", "int", "count:histogram", "entries in histogram, 256 or more"}},
+         "IntensityData", "mean, deviation, least, greatest and pixel count",
+         "all -1: NULL or short histogram, unreadable file, region outside the image"},
+        {"VBcvBinarization_for_Flat_Pad", kMain, "Binarises a flat pad image so that probe marks stand out; writes it.",
+         {{"padPath", "const char*", "path", "pad image, at most 480 x 480 (UTF-8; prober paths map under the root)"},
+          {"resultPath", "const char*", "path", "where the binary image is written"},
+          {"x", "int", "number", "pad figure centre x"},
+          {"y", "int", "number", "pad figure centre y"},
+          {"shape", "int", "number", "pad figure shape, 0 to 5"},
+          {"blackPad", "int", "flag", "the pad is darker than the marks"},
+          {"angle", "int", "number", "pad figure angle"},
+          {"offset", "int", "number", "the estimator's offset"}},
+         "FlatPadResult", "level, marks and their box", "all -1: bad parameter, unreadable pad, no level, unwritten result"},
         // ---- Host extensions
         {"PixmillSetRoot", kExt, "Sets the folder that stands in for the prober's drives.",
          {{"root", "const char*", "path", "UTF-8 folder; NULL or empty returns to the default"}}, "int", "0", "-1"},
@@ -436,6 +500,14 @@ const std::vector<Export>& Exports() {
          {{"text", "wchar_t*", "text_out", "receives at most textBytes bytes, no terminator; NULL to learn the size"},
           {"textBytes", "int", "size:text", "capacity of text in bytes"}},
          "int", "size of the whole document in bytes", "0"},
+        {"PixmillVersion", kExt, "The library's version, MAJOR.MINOR.PATCH.", {},
+         "const char*", "static text, never NULL", ""},
+        {"PixmillSetDebugImages", kExt, "Switches the fixed-path debug images of filters and inspections on or off.",
+         {{"enabled", "int", "flag", "non-zero on (the default), 0 off"}}, "void", "", ""},
+        {"PixmillSetLogSink", kExt, "Installs the host's receiver of log lines in place of the log file; NULL removes it.",
+         {{"sink", "PixmillLogSink", "callback", "void (*)(int level, const char* line, void* user)"},
+          {"user", "void*", "user", "handed back to the sink"}},
+         "void", "", ""},
     };
     return exports;
 }

@@ -7,6 +7,7 @@
 #include "platform/Platform.h"
 
 extern "C" int PixmillSetRoot(const char* root) try {
+    pixmill::logging::BeginCall();
     pixmill::platform::SetRoot(root ? root : "");
     return 0;
 } catch (...) {
@@ -15,6 +16,7 @@ extern "C" int PixmillSetRoot(const char* root) try {
 }
 
 extern "C" void PixmillSetLogLevels(int file, int console, int debugOutput) try {
+    pixmill::logging::BeginCall();
     pixmill::logging::Thresholds t;
     t.file = file;
     t.console = console;
@@ -26,6 +28,7 @@ extern "C" void PixmillSetLogLevels(int file, int console, int debugOutput) try 
 }
 
 extern "C" void PixmillSetTraceSink(PixmillTraceSink sink, void* user) {
+    pixmill::logging::BeginCall();
     pixmill::logging::SetTraceSink(sink, user);
 }
 
@@ -34,5 +37,6 @@ extern "C" const char* PixmillLastError(void) {
 }
 
 extern "C" void PixmillSetLogSink(PixmillLogSink sink, void* user) {
+    pixmill::logging::BeginCall();
     pixmill::logging::SetLogSink(sink, user);
 }

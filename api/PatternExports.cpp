@@ -1,5 +1,6 @@
 // The pattern matching exports: flat C shims over inspect/pattern/, which
 // never let an exception out.
+#include "logging/Logger.h"
 #include "api/Startup.h"
 #include "inspect/pattern/PatternMatch.h"
 #include "inspect/pattern/ProbeMark.h"
@@ -24,6 +25,7 @@ extern "C" double VBcv1032Pattern_Matching(const char* markPath, const char* ref
 }
 
 extern "C" float VBcvPadMeanGain(void) {
+    pixmill::logging::BeginCall();
     return pixmill::inspect::pattern::LastPadMeanGain();
 }
 

@@ -65,11 +65,13 @@ extern "C" int ImageInvert(const uint8_t* source, uint8_t* destination, int widt
 }
 
 extern "C" int Add(int a, int b) {
+    pixmill::logging::BeginCall();
     // Wraps around on overflow instead of leaving it undefined.
     return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
 }
 
 extern "C" int VBcvTestConv(void) try {
+    pixmill::logging::BeginCall();
     pixmill::platform::VersionFields v = pixmill::platform::OpenCvVersion();
     VBcvTrace("Version : %d,%d,%d,%d\n", v.major, v.minor, v.revision, v.build);
     cv::Mat image = pixmill::ReadImageFile(L"D:\\a.bmp", cv::IMREAD_UNCHANGED);
@@ -83,5 +85,6 @@ extern "C" int VBcvTestConv(void) try {
 }
 
 extern "C" int Gnuplot_splot(void) {
+    pixmill::logging::BeginCall();
     return pixmill::platform::OpenCvVersion().build;
 }

@@ -489,6 +489,31 @@ TEST_F(ApiTest, LastErrorIsKeptPerThread) {
     EXPECT_STREQ(PixmillLastError(), "");  // this thread made no failing call
 }
 
+// Every export but PixmillLastError starts a new call, also the ones that
+// neither start the library nor trace: none of them leaves an earlier error.
+TEST_F(ApiTest, EveryCallClearsTheLastError) {
+    const std::vector<std::pair<const char*, std::function<void()>>> calls = {
+        {"PixmillSetRoot", [] { PixmillSetRoot(pixmill::platform::Root().c_str()); }},
+        {"PixmillSetLogLevels", [] { PixmillSetLogLevels(4, 6, 6); }},
+        {"PixmillSetTraceSink", [] { PixmillSetTraceSink(nullptr, nullptr); }},
+        {"PixmillSetLogSink", [] { PixmillSetLogSink(nullptr, nullptr); }},
+        {"PixmillSetDebugImages", [] { PixmillSetDebugImages(1); }},
+        {"Add", [] { Add(1, 2); }},
+        {"Gnuplot_splot", [] { Gnuplot_splot(); }},
+        {"VBcvPadMeanGain", [] { VBcvPadMeanGain(); }},
+        {"VBcvEdgeFind_GetScore", [] { VBcvEdgeFind_GetScore(); }},
+        {"VBcvEdgeFindFEX_GetCoordinate", [] { VBcvEdgeFindFEX_GetCoordinate(-1, 0); }},
+        {"Threshold_Triangle", [] { Threshold_Triangle(nullptr, nullptr, 0, 0); }},
+    };
+    for (const auto& [name, call] : calls) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(ImageBufferRelease(reinterpret_cast<void*>(0x10)), -1);
+        ASSERT_STRNE(PixmillLastError(), "");
+        call();
+        EXPECT_STREQ(PixmillLastError(), "");
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Image files, small exports and null pointers
 // ---------------------------------------------------------------------------

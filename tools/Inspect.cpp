@@ -57,6 +57,8 @@ struct ExportSpec {
 // the call (an image read from a file, a document).
 constexpr size_t kDefaultPixelCapacity = size_t{16} << 20;
 constexpr size_t kDefaultTextBytes = size_t{4} << 20;
+// Entries of an int array the export fills, unless the command line gives its count.
+constexpr size_t kDefaultIntEntries = 256;
 // Largest output buffer a command line may ask for.
 constexpr int kMaxCapacity = 256 << 20;
 
@@ -96,6 +98,7 @@ ffi_type* ScalarType(const std::string& type) {
     if (type == "double") return &ffi_type_double;
     if (type == "float") return &ffi_type_float;
     if (type == "int8_t") return &ffi_type_sint8;
+    if (type == "bool") return &ffi_type_uint8;
     if (type == "uint64_t") return &ffi_type_uint64;
     if (type == "void") return &ffi_type_void;
     throw ToolError("the tool cannot pass the C type '" + type + "'");
@@ -323,6 +326,7 @@ private:
     std::map<std::string, std::vector<wchar_t>> m_texts;  // wide texts in and out
     std::map<std::string, std::string> m_narrow;          // UTF-8 texts and paths
     std::map<std::string, int32_t> m_outInts;             // width_out, height_out
+    std::map<std::string, std::vector<int32_t>> m_intArrays;  // ints_out
     std::vector<void*> m_handles;
 };
 
@@ -414,11 +418,18 @@ void Call::Prepare() {
         } else if (a.role == "width_out" || a.role == "height_out") {
             m_outInts[a.name] = 0;
             m_slots[i].p = &m_outInts[a.name];
+        } else if (a.role == "ints_out") {
+            size_t entries = kDefaultIntEntries;
+            if (const ArgSpec* count = SizerOf(a.name, "count"); count && m_values.count(count->name))
+                entries = UserCapacity(*count, sizeof(int32_t)) / sizeof(int32_t);
+            m_intArrays[a.name].assign(entries, 0);
+            m_slots[i].p = entries ? m_intArrays[a.name].data() : nullptr;
         }
     }
     for (size_t i = 0; i < m_e.args.size(); ++i) {
         const ArgSpec& a = m_e.args[i];
-        if (a.role != "width" && a.role != "height" && a.role != "size" && a.role != "chars") continue;
+        if (a.role != "width" && a.role != "height" && a.role != "size" && a.role != "chars" && a.role != "count")
+            continue;
         if (m_values.count(a.name)) {  // the caller's own value wins
             m_slots[i].i = UserInt(a);
             continue;
@@ -429,6 +440,8 @@ void Call::Prepare() {
             v = a.role == "width" ? m.cols : a.role == "height" ? m.rows : static_cast<int32_t>(m.total() * m.elemSize());
         } else if (auto out = m_bytes.find(a.of); out != m_bytes.end()) {
             v = static_cast<int32_t>(std::min<size_t>(out->second.size(), INT_MAX));
+        } else if (auto ints = m_intArrays.find(a.of); ints != m_intArrays.end()) {
+            v = static_cast<int32_t>(std::min<size_t>(ints->second.size(), INT_MAX));
         } else if (auto text = m_texts.find(a.of); text != m_texts.end()) {
             const size_t chars = text->second.size() - 1;  // the last one stays a terminator
             v = static_cast<int32_t>(std::min<size_t>(a.role == "chars" ? chars : chars * sizeof(wchar_t), INT_MAX));
@@ -511,6 +524,11 @@ std::string Call::Invoke(std::vector<std::string>& wrote) {
             const std::vector<wchar_t>& t = m_texts[a.name];
             w.Key(a.name.c_str());
             w.String(Narrow(std::wstring(t.data())).c_str());
+        } else if (a.role == "ints_out") {
+            w.Key(a.name.c_str());
+            w.StartArray();
+            for (int32_t v : m_intArrays[a.name]) w.Int(v);
+            w.EndArray();
         }
     }
     w.EndObject();

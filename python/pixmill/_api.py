@@ -31,6 +31,7 @@ class _ImageParam(ctypes.Structure):
 
 
 _TraceSink = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
+_LogSink = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ctypes.c_void_p)
 # Sinks handed to the library stay alive as long as the library may call them.
 _kept_sinks = {}
 
@@ -337,6 +338,7 @@ class ImageBuffer:
 _SCALARS = {
     "int": ctypes.c_int, "int32_t": ctypes.c_int32, "int8_t": ctypes.c_int8,
     "uint64_t": ctypes.c_uint64, "double": ctypes.c_double, "float": ctypes.c_float,
+    "bool": ctypes.c_bool,
 }
 
 
@@ -349,6 +351,8 @@ def _ctype(type_name):
         return ctypes.c_void_p
     if type_name == "PixmillTraceSink":
         return _TraceSink
+    if type_name == "PixmillLogSink":
+        return _LogSink
     if "*" in type_name:
         return ctypes.c_void_p
     if type_name == "void":
@@ -443,10 +447,15 @@ def call(name, **kwargs):
         elif role == "handle":
             values[n] = v.handle if isinstance(v, ImageBuffer) else v
         elif role == "callback":
+            # Trace sinks take (line); log sinks take (level, line).
+            kind = _LogSink if type_name == "PixmillLogSink" else _TraceSink
             if v is None:
-                sink = ctypes.cast(None, _TraceSink)
-            elif isinstance(v, _TraceSink):
+                sink = ctypes.cast(None, kind)
+            elif isinstance(v, kind):
                 sink = v
+            elif kind is _LogSink:
+                sink = _LogSink(lambda level, line, user, receiver=v:
+                                receiver(level, line.decode("utf-8", "replace")))
             else:
                 sink = _TraceSink(lambda line, user, receiver=v: receiver(line.decode("utf-8", "replace")))
             _kept_sinks[name] = sink
@@ -476,10 +485,15 @@ def call(name, **kwargs):
             box = ctypes.c_int(0)
             outputs[n] = ("int", box)
             values[n] = ctypes.addressof(box)
+        elif role == "ints_out":
+            count, _ = _sized(kwargs, args, n, ("count",))
+            buf = np.zeros(256 if count is None else max(0, count), np.int32)
+            outputs[n] = ("ints", buf)
+            values[n] = None if buf.size == 0 else buf.ctypes.data
 
     for a in args:
         n, role, of = a["name"], a["role"], a.get("of")
-        if role not in ("width", "height", "size", "chars"):
+        if role not in ("width", "height", "size", "chars", "count"):
             continue
         if n in kwargs:
             values[n] = int(kwargs[n])
@@ -489,6 +503,8 @@ def call(name, **kwargs):
         elif of in outputs and outputs[of][0] == "pixels":
             buf = outputs[of][1]
             values[n] = 0 if buf is None else buf.size
+        elif of in outputs and outputs[of][0] == "ints":
+            values[n] = outputs[of][1].size
         elif of in outputs and outputs[of][0] == "text":
             chars = outputs[of][2]
             values[n] = chars if role == "chars" else chars * _WCHAR
@@ -521,8 +537,8 @@ def call(name, **kwargs):
                 out[n] = box.value
             elif kind == "text":
                 out[n] = box.value
-            elif box is None:
-                out[n] = None
+            elif kind == "ints" or box is None:
+                out[n] = box
             elif a.get("of"):
                 out[n] = box
             else:
