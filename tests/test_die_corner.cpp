@@ -155,3 +155,164 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// The number reader and the result walk of CornerDetectF
+// ---------------------------------------------------------------------------
+
+struct NumberCase {
+    const wchar_t* text;
+    double value;
+};
+
+class StrictNumber : public ::testing::TestWithParam<NumberCase> {};
+
+TEST_P(StrictNumber, ReadsOrGivesZero) {
+    EXPECT_DOUBLE_EQ(ReadStrictNumber(GetParam().text), GetParam().value);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, StrictNumber,
+                         ::testing::Values(NumberCase{L"", 0}, NumberCase{L"1.2.3", 0}, NumberCase{L"1-2", 0},
+                                           NumberCase{L"abc", 0}, NumberCase{L"-1.5", -1.5},
+                                           NumberCase{L"123.25", 123.25}, NumberCase{L"-", 0}, NumberCase{L".", 0},
+                                           NumberCase{L"7.", 7}, NumberCase{L".5", 0.5}, NumberCase{L" 1", 0},
+                                           NumberCase{L"-0.0625", -0.0625}, NumberCase{L"1e3", 0}));
+
+std::wstring DieText(int n, const std::vector<std::wstring>& v) {
+    static const wchar_t* const kKeys[8] = {L"LT_X", L"LT_Y", L"RT_X", L"RT_Y", L"RB_X", L"RB_Y", L"LB_X", L"LB_Y"};
+    std::wstring t = L"{\"Die\":\"" + std::to_wstring(n) + L"\"";
+    for (int k = 0; k < 8; ++k)
+        if (!v[k].empty()) t += L", \"" + std::wstring(kKeys[k]) + L"\":\"" + v[k] + L"\"";
+    return t + L"}";
+}
+
+std::wstring ResultText(const std::vector<std::wstring>& dies) {
+    std::wstring list;
+    for (const auto& d : dies) list += (list.empty() ? L"" : L",") + d;
+    return L"{ \"Count\":\"4\", \"Filter\":[{\"Name\":\"BlackBackgroundCornerDetectFilter\", \"Result\":{ \"Count\":\"" +
+           std::to_wstring(dies.size()) + L"\", \"Dies\":[" + list + L"]}},{\"Name\":\"CropFilter\", \"Result\":\"\"},]}";
+}
+
+const std::vector<std::wstring> kWhole = {L"10.2", L"20.7", L"110.4", L"21.0", L"111.0", L"111.9", L"9.6", L"110.0"};
+const std::vector<std::wstring> kNoLBY = {L"10.2", L"20.7", L"110.4", L"21.0", L"111.0", L"111.9", L"9.6", L"0.0"};
+const std::vector<std::wstring> kMissing = {L"10", L"20", L"", L"21", L"111", L"111", L"-1.0", L"110"};
+
+struct WalkCase {
+    const char* name;
+    std::vector<std::wstring> dies;
+    int code;
+    std::vector<int> corners;  // empty: left untouched (all 7777)
+};
+
+class CornerResultWalk : public ::testing::TestWithParam<WalkCase> {};
+
+TEST_P(CornerResultWalk, CodeAndCorners) {
+    const WalkCase& c = GetParam();
+    int corners[10];
+    std::fill(std::begin(corners), std::end(corners), 7777);
+    EXPECT_EQ(ReadCornerResult(ResultText(c.dies), 100, 200, corners), c.code) << c.name;
+    std::vector<int> expected = c.corners;
+    if (expected.empty()) expected.assign(10, 7777);
+    EXPECT_EQ(std::vector<int>(corners, corners + 10), expected) << c.name;
+}
+
+// Centre: (10.2 + 110.4 + 111 + 9.6) / 4 + 0.5 = 60.8 -> 60, plus x 100; y
+// (20.7 + 21 + 111.9 + 110) / 4 + 0.5 = 66.4 -> 66, plus 200.
+const std::vector<int> kWholeCorners = {160, 266, 110, 220, 210, 221, 211, 311, 109, 310};
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, CornerResultWalk,
+    ::testing::Values(
+        WalkCase{"none", {}, -1, {}}, WalkCase{"one", {DieText(0, kWhole)}, 1, kWholeCorners},
+        WalkCase{"lb_y_zero", {DieText(0, kNoLBY)}, -3, {7777, 7777, 110, 220, 210, 221, 211, 311, 109, 0}},
+        WalkCase{"missing_and_negative", {DieText(0, kMissing)}, -3, {7777, 7777, 110, 220, 0, 221, 211, 311, -1, 310}},
+        WalkCase{"complete_after_incomplete", {DieText(0, kNoLBY), DieText(1, kWhole)}, 1, kWholeCorners},
+        WalkCase{"incomplete_after_complete", {DieText(0, kWhole), DieText(1, kNoLBY)}, 1, kWholeCorners},
+        WalkCase{"two_complete", {DieText(0, kWhole), DieText(1, kWhole)}, -4, kWholeCorners}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerResultWalk, UnparsableOrForeignTextReadsNoDie) {
+    int corners[10] = {};
+    EXPECT_EQ(ReadCornerResult(L"not json", 0, 0, corners), -1);
+    EXPECT_EQ(ReadCornerResult(L"{\"Filter\":[{\"Name\":\"CropFilter\",\"Result\":{\"Dies\":[" + DieText(0, kWhole) + L"]}}]}",
+                               0, 0, corners),
+              -1);
+    EXPECT_EQ(ReadCornerResult(ResultText({DieText(0, kWhole)}), 0, 0, nullptr), 1);
+}
+
+// ---------------------------------------------------------------------------
+// CornerDetectF end to end
+// ---------------------------------------------------------------------------
+
+class CornerDetectFTest : public test::PixmillTest {
+protected:
+    int Run(const cv::Mat& image, cv::Rect crop, int whiteOnBlack, int* corners) {
+        return CornerDetectF(image.data, static_cast<int>(image.total()), image.cols, image.rows, crop.x, crop.y,
+                             crop.width, crop.height, 100, 80, 10, 10, whiteOnBlack, corners);
+    }
+};
+
+struct DetectCase {
+    const char* name;
+    cv::Rect crop;
+    int code;
+};
+
+class CornerDetectFCrops : public CornerDetectFTest, public ::testing::WithParamInterface<DetectCase> {};
+
+// Bright dies (220) over a grey background (140), as the prober sees them:
+// the bright recipe splits die from background. Dies of 100 x 80 at
+// (150.4, 120.3), (300.4, 120.3) and (150.4, 260.3) (top-left corners),
+// tilted 0.8 degrees.
+TEST_P(CornerDetectFCrops, CodeAndCornersInImageCoordinates) {
+    const DetectCase& c = GetParam();
+    std::vector<Die> dies = {{200.4, 160.3, 100, 80, 0.8}, {350.4, 160.3, 100, 80, 0.8}, {200.4, 300.3, 100, 80, 0.8}};
+    const cv::Mat image = DieImage({480, 480}, dies, 140, 220, 2.0, 5);
+    int corners[10] = {};
+    ASSERT_EQ(Run(image, c.crop, 0, corners), c.code) << c.name;
+    if (c.code != 1) return;
+    const std::vector<cv::Point2d> truth = dies[0].Corners();
+    for (int k = 0; k < 4; ++k) {
+        // Corners are truncated after the offset: within 1 of the truth.
+        EXPECT_NEAR(corners[2 + 2 * k], truth[k].x, 1.0) << c.name << " corner " << k;
+        EXPECT_NEAR(corners[3 + 2 * k], truth[k].y, 1.0) << c.name << " corner " << k;
+    }
+    EXPECT_NEAR(corners[0], 200.4, 1.0);
+    EXPECT_NEAR(corners[1], 160.3, 1.0);
+    // The result image is written.
+    EXPECT_TRUE(platform::FileExists(
+        platform::NativePath(std::wstring(L"C:\\PROBERPARAM\\ParaImg\\PinImage\\PinResult_Corner.bmp"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, CornerDetectFCrops,
+                         ::testing::Values(DetectCase{"one_die", {110, 90, 160, 140}, 1},
+                                           DetectCase{"die_cut_by_crop", {110, 90, 130, 140}, -3},
+                                           DetectCase{"two_dies", {110, 90, 310, 140}, -4},
+                                           DetectCase{"background_only", {10, 380, 120, 90}, -1}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CornerDetectFTest, DarkDiesNeedTheDarkRecipe) {
+    // Dark dies (40) on a lighter background (110): only whiteOnBlack
+    // non-zero (dark features binarised) finds the die.
+    std::vector<Die> dies = {{200.4, 160.3, 100, 80, 0.0}};
+    const cv::Mat image = DieImage({480, 480}, dies, 110, 40, 2.0, 9);
+    int corners[10] = {};
+    EXPECT_EQ(Run(image, {110, 90, 160, 140}, 1, corners), 1);
+    EXPECT_NEAR(corners[2], 150.4, 1.0);
+    EXPECT_NEAR(corners[3], 120.3, 1.0);
+    EXPECT_NE(Run(image, {110, 90, 160, 140}, 0, corners), 1);
+}
+
+TEST_F(CornerDetectFTest, ShortOrMissingPixelsRunNothing) {
+    cv::Mat image(200, 200, CV_8UC1, cv::Scalar(0));
+    int corners[10] = {};
+    EXPECT_EQ(CornerDetectF(image.data, 100, 200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, corners), -1);
+    EXPECT_EQ(CornerDetectF(nullptr, 40000, 200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, corners), -1);
+    EXPECT_EQ(CornerDetectF(image.data, 40000, -200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, nullptr), -1);
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die

@@ -82,8 +82,10 @@ double ReadStrictNumber(const std::wstring& text) {
 
 int ReadCornerResult(const std::wstring& result, int x, int y, int* corners) {
     int code = kCornerNoDie;
+    // Result documents may keep a comma before a closing bracket.
     JsonDocument doc;
-    if (!ParseJson(doc, result.c_str()) || !doc.IsObject()) return code;
+    doc.Parse<rapidjson::kParseTrailingCommasFlag>(result.c_str());
+    if (doc.HasParseError() || !doc.IsObject()) return code;
     const JsonValue* filters = FindMember(doc, L"Filter");
     if (!filters || !filters->IsArray()) return code;
     static const wchar_t* const kKeys[8] = {L"LT_X", L"LT_Y", L"RT_X", L"RT_Y",
