@@ -316,3 +316,126 @@ TEST_F(CornerDetectFTest, ShortOrMissingPixelsRunNothing) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Framed die series
+// ---------------------------------------------------------------------------
+
+const cv::Point kStart[4] = {{30, 450}, {450, 450}, {450, 30}, {30, 30}};
+const cv::Point kStep[4] = {{1, -1}, {-1, -1}, {-1, 1}, {1, 1}};
+
+// A 640 x 480 camera frame: dark border (40) where `bright` is false,
+// die (160) where it is true, then blurred by `sigma` (0: sharp) and noise.
+// The gradient image saturates at 255, so a sharp step of more than 63
+// grays would rate no stronger than a blurred one: `die` sets the level.
+template <typename Bright>
+cv::Mat Frame(Bright bright, double sigma, int seed, int die = 160) {
+    cv::Mat f(480, 640, CV_8UC1);
+    for (int y = 0; y < f.rows; ++y)
+        for (int x = 0; x < f.cols; ++x) f.at<uint8_t>(y, x) = bright(x, y) ? die : 40;
+    if (sigma > 0) cv::GaussianBlur(f, f, {0, 0}, sigma);
+    return Noisy(f, 2.0, seed);
+}
+
+class FramedDieTest : public test::InspectionTest {
+protected:
+    // Writes frames 0..n-1 of "<prefix><stem><i>.bmp"; frame `sharpIndex`
+    // sharp, the others blurred.
+    template <typename Bright>
+    void WriteSeries(const char* stem, Bright bright, int n, int sharpIndex, int die = 160) {
+        for (int i = 0; i < n; ++i)
+            WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp",
+                       Frame(bright, i == sharpIndex ? 0.0 : 4.0, 100 + i, die));
+    }
+    static constexpr const char* kPrefix = "C:\\frames\\d";
+};
+
+class FramedEdge : public FramedDieTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(FramedEdge, StepPointAndSharpFrame) {
+    const int cpos = GetParam();
+    // The die begins n0 steps along the walk: a border along the averaged
+    // diagonals, crossed by the walk between steps n0 - 1 and n0.
+    const int n0 = 150 + 11 * cpos;
+    const cv::Point s = kStart[cpos], d = kStep[cpos];
+    WriteSeries("FrameEdge", [&](int x, int y) { return (x - s.x) * d.x + (y - s.y) * d.y >= 2 * n0 - 1; }, 3, 1);
+    const FDPoint r = VBcvFDEdgeFind(kPrefix, cpos, 3);
+    const cv::Point truth = s + d * (n0 - 1);
+    EXPECT_NEAR(r.X, truth.x, 1.0);
+    EXPECT_NEAR(r.Y, truth.y, 1.0);
+    EXPECT_EQ(r.Value, 1.0);
+    EXPECT_NE(m_trace.find("[VBcvFDEdgeFind] Image Num : 1"), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedEdge, ::testing::Range(0, 4));
+
+class FramedTheta : public FramedDieTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(FramedTheta, LineOfTheDieInTheSharpFrame) {
+    const int cpos = GetParam();
+    // Die sides: top 133 (cpos 0), right 351 (1), bottom 362 (2), left 117 (3).
+    const int line[4] = {133, 351, 362, 117};
+    const int L = line[cpos];
+    WriteSeries("FrameTheta",
+                [&](int x, int y) {
+                    switch (cpos) {
+                        case 0: return y >= L;
+                        case 1: return x <= L;
+                        case 2: return y <= L;
+                        default: return x >= L;
+                    }
+                },
+                3, 2, 90);
+    const FDPoint r = VBcvFDThetaFind(kPrefix, cpos, 3);
+    const bool horizontal = cpos == 0 || cpos == 2;
+    EXPECT_NEAR(horizontal ? r.Y : r.X, L, 1.0);
+    EXPECT_EQ(horizontal ? r.X : r.Y, 240.0);
+    EXPECT_EQ(r.Value, 2.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedTheta, ::testing::Range(0, 4));
+
+struct CornerSeriesCase {
+    int cpos;
+    bool extended;
+};
+
+class FramedCorner : public FramedDieTest, public ::testing::WithParamInterface<CornerSeriesCase> {};
+
+TEST_P(FramedCorner, CornerNearestTheReference) {
+    const auto [cpos, extended] = GetParam();
+    // The die reaches out of the frame on the two sides away from the
+    // reference corner; its one corner in view is the truth.
+    const cv::Point corner[4] = {{150, 131}, {331, 127}, {337, 352}, {146, 349}};
+    const cv::Point c = corner[cpos];
+    for (int i = 0; i < 3; ++i) {
+        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40 + i));
+        const cv::Rect die = cpos == 0   ? cv::Rect(c.x, c.y, 1000, 1000)
+                             : cpos == 1 ? cv::Rect(-10, c.y, c.x + 11, 1000)
+                             : cpos == 2 ? cv::Rect(-10, -10, c.x + 11, c.y + 11)
+                                         : cv::Rect(c.x, -10, 1000, c.y + 11);
+        // Dies carry circuit texture; the fusion keeps textured bright parts.
+        cv::Mat texture(480, 640, CV_8UC1);
+        cv::RNG(3).fill(texture, cv::RNG::NORMAL, 175 + 5 * i, 18);
+        texture(die & cv::Rect(0, 0, 640, 480)).copyTo(f(die & cv::Rect(0, 0, 640, 480)));
+        cv::GaussianBlur(f, f, {0, 0}, 0.6 + 0.3 * i);
+        WriteImage("C:\\frames\\dFDC" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 40 + i));
+    }
+    const FDPoint r = extended ? VBcvFDCornerFind_Ex(kPrefix, cpos, 3) : VBcvFDCornerFind(kPrefix, cpos, 3);
+    EXPECT_NEAR(r.X, c.x, 1.5) << m_trace;
+    EXPECT_NEAR(r.Y, c.y, 1.5);
+    EXPECT_EQ(r.Value, -1.0);
+    EXPECT_TRUE(platform::FileExists(platform::NativePath(std::wstring(L"C:\\PROBERPARAM\\ParaImg\\FrmadeDieCorner.jpg"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedCorner,
+                         ::testing::Values(CornerSeriesCase{0, false}, CornerSeriesCase{1, false},
+                                           CornerSeriesCase{2, false}, CornerSeriesCase{3, false},
+                                           CornerSeriesCase{0, true}, CornerSeriesCase{1, true},
+                                           CornerSeriesCase{2, true}, CornerSeriesCase{3, true}));
+
+}  // namespace
+}  // namespace pixmill::inspect::die

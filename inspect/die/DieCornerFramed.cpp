@@ -26,6 +26,16 @@ constexpr int kMaxSteps = 1000;
 constexpr int kBehind = 20;
 constexpr const wchar_t* kCornerImage = L"C:\\PROBERPARAM\\ParaImg\\FrmadeDieCorner.jpg";
 
+// The slot of the four-point outline holding the corner kind of `cpos`.
+// An outline starts at its top-left point and runs down its left side
+// first, so the slots hold top-left, bottom-left, bottom-right and
+// top-right corners in turn; cpos 0 to 3 look for top-left, top-right,
+// bottom-right and bottom-left.
+int CornerSlot(int cpos) {
+    static const int kSlot[4] = {0, 3, 2, 1};
+    return kSlot[cpos & 3];
+}
+
 bool KnownCpos(int cpos) {
     return static_cast<unsigned>(cpos) <= 3u;
 }
@@ -317,7 +327,10 @@ CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag)
             for (const cv::Point& q : p) VBcvTrace("[4 Point] (%.1d, %.1d)\n", q.x, q.y);
             ++accepted;
             const double a2 = std::abs(angle[2]), a3 = std::abs(angle[3]);
-            if (!(a2 >= 170 && a2 <= 190) || !(a3 >= 80 && a3 <= 100)) continue;
+            // A rectangle-like outline starting at its top-left point and
+            // running down its left side has its third side going up
+            // (|angle| about 90) and its fourth going back left (about 180).
+            if (!(a2 >= 80 && a2 <= 100) || !(a3 >= 170 && a3 <= 190)) continue;
         }
         if (square == 0) continue;
         for (int k = 0; k < 4; ++k)
@@ -346,10 +359,12 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
                     LoadSeries(store, path, "FDC", count, Fail(0).Line("[%s] Fail : File Error \n", tag));
                 std::vector<cv::Mat> used;
                 if (extended) {
-                    // Frames whose Otsu level stands above their mean gray
-                    // show the die against its border.
+                    // Frames whose Otsu level stands above their threshold
+                    // level (the mean gray) less 5 grays: a frame split in
+                    // die and border has its Otsu level near its mean; one
+                    // dominated by a glare above the die has it far below.
                     for (const cv::Mat& r : regions)
-                        if (OtsuLevel(r.data, r.cols, r.rows) > pin::GrayMean(r)) used.push_back(r);
+                        if (OtsuLevel(r.data, r.cols, r.rows) > pin::GrayMean(r) - 5.0) used.push_back(r);
                 } else {
                     // Trailing frames equal in mean gray to the one before are
                     // repeats of a stalled camera: the usable count ends at
@@ -367,7 +382,7 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
                 FDPoint r = kNoFDPoint;
                 const cv::Point ref = Reference(cpos);
                 double best = 10000.0;
-                for (const cv::Point& p : lists[cpos]) {
+                for (const cv::Point& p : lists[CornerSlot(cpos)]) {
                     const double d = cv::norm(p - ref);
                     if (d < best) {
                         best = d;
