@@ -439,3 +439,123 @@ INSTANTIATE_TEST_SUITE_P(DieCorner, FramedCorner,
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Failures of the framed die functions
+// ---------------------------------------------------------------------------
+
+enum class Fn { kEdge, kTheta, kCorner, kCornerEx };
+
+FDPoint CallFn(Fn fn, const char* path, int cpos, int count) {
+    switch (fn) {
+        case Fn::kEdge: return VBcvFDEdgeFind(path, cpos, count);
+        case Fn::kTheta: return VBcvFDThetaFind(path, cpos, count);
+        case Fn::kCorner: return VBcvFDCornerFind(path, cpos, count);
+        default: return VBcvFDCornerFind_Ex(path, cpos, count);
+    }
+}
+
+struct FailCase {
+    const char* name;
+    Fn fn;
+    int cpos;
+    int count;
+    cv::Size frame;  // of the files written (frames 0 and 1)
+    const char* line;
+};
+
+class FramedFailure : public test::InspectionTest, public ::testing::WithParamInterface<FailCase> {};
+
+TEST_P(FramedFailure, AllMinusOneAndItsLine) {
+    const FailCase& c = GetParam();
+    for (const char* stem : {"FrameEdge", "FrameTheta", "FDC"})
+        for (int i = 0; i < 2; ++i)
+            WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp",
+                       cv::Mat(c.frame, CV_8UC1, cv::Scalar(90 + i)));
+    const FDPoint r = CallFn(c.fn, "C:\\frames\\d", c.cpos, c.count);
+    EXPECT_EQ(r.X, -1.0) << c.name;
+    EXPECT_EQ(r.Y, -1.0) << c.name;
+    EXPECT_EQ(r.Value, -1.0) << c.name;
+    if (*c.line) EXPECT_NE(m_trace.find(c.line), std::string::npos) << c.name << "\n" << m_trace;
+}
+
+const cv::Size kCamera(640, 480);
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, FramedFailure,
+    ::testing::Values(
+        FailCase{"edge_cpos", Fn::kEdge, 4, 2, kCamera, "[VBcvFDEdgeFind] Fail : cpos(4) Error \n"},
+        FailCase{"edge_missing_file", Fn::kEdge, 0, 3, kCamera, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        // A file error is found before the cpos check in the edge functions.
+        FailCase{"edge_file_before_cpos", Fn::kEdge, -1, 3, kCamera, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        FailCase{"edge_small_frame", Fn::kEdge, 0, 2, {400, 480}, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        FailCase{"edge_count_zero", Fn::kEdge, 0, 0, kCamera, ""},
+        FailCase{"edge_flat_frames", Fn::kEdge, 1, 2, kCamera, ""},
+        FailCase{"theta_cpos", Fn::kTheta, 7, 2, kCamera, "[VBcvFDThetaFind] Fail : cpos(7) Error \n"},
+        FailCase{"theta_missing_file", Fn::kTheta, 2, 5, kCamera, "[VBcvFDThetaFind] Fail : File Error \n"},
+        FailCase{"theta_flat_frames", Fn::kTheta, 3, 2, kCamera, ""},
+        FailCase{"corner_cpos_before_file", Fn::kCorner, 4, 9, kCamera, "[VBcvFDCornerFind] Fail : cpos error \n"},
+        FailCase{"corner_missing_file", Fn::kCorner, 0, 3, kCamera, "[VBcvFDCornerFind] Fail : File Error \n"},
+        FailCase{"corner_count_zero", Fn::kCorner, 0, 0, kCamera, "[VBcvFDCornerFind] Fail : Corner Detect Fail. \n"},
+        FailCase{"corner_flat", Fn::kCorner, 2, 2, kCamera, "[VBcvFDCornerFind] Fail : Corner Detect Fail. \n"},
+        FailCase{"corner_ex_cpos", Fn::kCornerEx, -2, 2, kCamera, "[VBcvFDCornerFind_Ex] Fail : cpos error \n"},
+        FailCase{"corner_ex_small", Fn::kCornerEx, 1, 2, {640, 300}, "[VBcvFDCornerFind_Ex] Fail : File Error \n"},
+        FailCase{"corner_ex_flat", Fn::kCornerEx, 3, 2, kCamera, "[VBcvFDCornerFind_Ex] Fail : Corner Detect Fail. \n"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FramedFailure, NullPathIsAFileError) {
+    EXPECT_EQ(VBcvFDCornerFind(nullptr, 0, 1).X, -1.0);
+    EXPECT_NE(m_trace.find("[VBcvFDCornerFind] Fail : File Error \n"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// Image routines
+// ---------------------------------------------------------------------------
+
+TEST(DieCornerImage, HullAndFourPointsOfARectangleOutline) {
+    std::vector<cv::Point> pts;
+    for (int x = 10; x <= 60; ++x) pts.push_back({x, 5}), pts.push_back({x, 45});
+    for (int y = 5; y <= 45; ++y) pts.push_back({10, y}), pts.push_back({60, y});
+    pts.push_back({30, 20});  // inside: never on the hull
+    const std::vector<cv::Point> hull = ConvexHullScan(pts);
+    ASSERT_EQ(hull.size(), 4u);
+    EXPECT_EQ(hull[0], cv::Point(10, 5));  // the pivot: lowest row, then lowest column
+    std::vector<cv::Point> outline = {{10, 5}, {10, 25}, {10, 45}, {35, 45}, {60, 45}, {60, 25}, {60, 5}, {35, 5}};
+    std::array<cv::Point, 4> p;
+    std::array<int, 4> idx;
+    ASSERT_TRUE(ContourFourPoints(outline, p, idx));
+    EXPECT_EQ(p[0], cv::Point(10, 5));
+    EXPECT_EQ(p[1], cv::Point(10, 45));
+    EXPECT_EQ(p[2], cv::Point(60, 45));
+    EXPECT_EQ(p[3], cv::Point(60, 5));
+    EXPECT_FALSE(ContourFourPoints({{1, 1}, {2, 2}, {3, 3}}, p, idx));
+}
+
+TEST(DieCornerImage, PeakRemovalStretchAndLocalContrast) {
+    cv::Mat img(20, 20, CV_8UC1, cv::Scalar(100));
+    img(cv::Rect(0, 0, 20, 4)).setTo(200);  // 20 % at 200, 80 % at 100
+    cv::Mat out;
+    PeakRemoval(img, out, 0.7);
+    EXPECT_EQ(cv::countNonZero(out == 0), 320);  // the dominant peak cleared
+    EXPECT_EQ(cv::countNonZero(out == 200), 80);
+    PeakRemoval(img, out, 0.9);
+    EXPECT_EQ(cv::countNonZero(out == 0), 0);  // no peak holds 90 %
+    HistogramStretch(img, out, 50.0);           // level 100: 100 -> 255
+    EXPECT_EQ(out.at<uint8_t>(10, 10), 255);
+    cv::Mat ramp(1, 256, CV_8UC1);
+    for (int i = 0; i < 256; ++i) ramp.at<uint8_t>(0, i) = static_cast<uint8_t>(i);
+    HistogramStretch(ramp, out, 100.0 * 128 / 256);  // level 127
+    EXPECT_EQ(out.at<uint8_t>(0, 127), 255);
+    EXPECT_EQ(out.at<uint8_t>(0, 50), 255 * 50 / 127);
+    cv::Mat flat(10, 10, CV_8UC1, cv::Scalar(90));
+    flat.at<uint8_t>(6, 6) = 200;
+    LocalContrastFilter(flat, out);
+    EXPECT_EQ(out.at<uint8_t>(1, 1), 0);    // flat block cleared
+    EXPECT_EQ(out.at<uint8_t>(6, 6), 200);  // the contrast block keeps its pixels
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
