@@ -559,3 +559,67 @@ TEST(DieCornerImage, PeakRemovalStretchAndLocalContrast) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// The filter
+// ---------------------------------------------------------------------------
+
+struct FilterCase {
+    const char* name;
+    test::ParamList params;
+    int count;
+};
+
+class BlackBackgroundFilter : public test::PixmillTest, public ::testing::WithParamInterface<FilterCase> {};
+
+TEST_P(BlackBackgroundFilter, CountAndAnnotatedImage) {
+    const FilterCase& c = GetParam();
+    // Two whole dies of 100 x 80 and one cut by the left border.
+    const std::vector<Die> dies = {{150.5, 120.5, 100, 80, 0}, {290.5, 120.5, 100, 80, 0}, {20.5, 300.5, 100, 80, 0}};
+    cv::Mat image = DieImage({400, 400}, dies, 5, 90, 1.5, 3);
+    auto filter = test::Make(L"BlackBackgroundCornerDetectFilter");
+    ASSERT_TRUE(filter);
+    test::SetParams(*filter, c.params);
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {image}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].type(), CV_8UC3);
+    const std::wstring text = filter->GetResult();
+    EXPECT_EQ(text.rfind(L"{ \"Count\":\"" + std::to_wstring(c.count) + L"\", \"Dies\":[", 0), 0u) << c.name;
+    EXPECT_EQ(test::CountOf(platform::ToUtf8(text), "\"Die\":"), c.count) << c.name;
+    if (c.count == 3) {
+        // The cut die: no left side, so LT and LB unset; a mark is drawn at
+        // the whole dies' corners (the RB mark in its own colour).
+        EXPECT_NE(text.find(L"{\"Die\":\"2\", \"LT_X\":\"-1.0\", \"LT_Y\":\"-1.0\""), std::wstring::npos) << platform::ToUtf8(text);
+        // RB of die 0 at (200.5, 160.5): its strokes run left and up.
+        EXPECT_EQ(out[0].at<cv::Vec3b>(160, 198), cv::Vec3b(255, 100, 100));
+        EXPECT_EQ(out[0].at<cv::Vec3b>(158, 200), cv::Vec3b(255, 100, 100));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, BlackBackgroundFilter,
+    ::testing::Values(FilterCase{"found", {{L"DieWidth", L"100"}, {L"DieHeight", L"80"}, {L"ToleranceWidth", L"5"},
+                                           {L"ToleranceHeight", L"5"}},
+                                 3},
+                      FilterCase{"defaults", {}, 0},
+                      FilterCase{"die_width_9", {{L"DieWidth", L"9"}, {L"DieHeight", L"80"}, {L"ToleranceWidth", L"500"},
+                                                 {L"ToleranceHeight", L"500"}},
+                                 0},
+                      // Whole dies off by more than the tolerance are refused;
+                      // the cut one is not held to its width.
+                      FilterCase{"width_out_of_tolerance", {{L"DieWidth", L"120"}, {L"DieHeight", L"80"},
+                                                            {L"ToleranceWidth", L"5"}, {L"ToleranceHeight", L"5"}},
+                                 1}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerFilterInput, OtherTypesAreRefused) {
+    EXPECT_THROW(DieGray(cv::Mat(120, 120, CV_16UC1), "x"), std::invalid_argument);
+    EXPECT_EQ(DieGray(cv::Mat(120, 120, CV_8UC3, cv::Scalar(1, 2, 3)), "x").type(), CV_8UC1);
+    EXPECT_TRUE(DieGray(cv::Mat(), "x").empty());
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
