@@ -623,3 +623,89 @@ TEST(DieCornerFilterInput, OtherTypesAreRefused) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+#include "inspect/die/DieCornerCross.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Corners near a street cross
+// ---------------------------------------------------------------------------
+
+// Dies (200) on streets (50): vertical streets of 30 pixels centred on
+// columns 100, 300, 500, 700 and horizontal ones of 26 pixels centred on
+// rows 100, 300, 500 of an 800 x 600 image.
+struct Grid {
+    std::vector<double> colCentre{100, 300, 500, 700}, rowCentre{100, 300, 500};
+    double colHalf = 15, rowHalf = 13;
+    cv::Mat Image() const {
+        cv::Mat image(600, 800, CV_8UC1, cv::Scalar(200));
+        for (double c : colCentre) FillCovered(image, {{c - colHalf, -5}, {c + colHalf, -5}, {c + colHalf, 605}, {c - colHalf, 605}}, 50);
+        for (double r : rowCentre) FillCovered(image, {{-5, r - rowHalf}, {805, r - rowHalf}, {805, r + rowHalf}, {-5, r + rowHalf}}, 50);
+        return Noisy(image, 3.0, 21);
+    }
+};
+
+TEST(DieCornerNearbyCross, CrossingAndBothCornersOfEachQuadrant) {
+    const Grid g;
+    const std::vector<CrossCorners> found = DetectCornersNearbyCross(g.Image());
+    ASSERT_EQ(found.size(), 12u);
+    // The crossing (300, 300): neighbours on every side.
+    const CrossCorners* c = nullptr;
+    for (const auto& f : found)
+        if (std::abs(f.cross.x - 300) <= 1 && std::abs(f.cross.y - 300) <= 1) c = &f;
+    ASSERT_NE(c, nullptr);
+    // Boundaries of the streets in pixel-centre coordinates: the die
+    // down-right of (300, 300) begins at (315, 313) and ends at (485, 487).
+    const double L = 300 - 15, R = 300 + 15, T = 300 - 13, B = 300 + 13;
+    const cv::Point2d first[4] = {{R, B}, {L, B}, {L, T}, {R, T}};             // LT, RT, RB, LB slots
+    const cv::Point2d second[4] = {{485, 487}, {115, 487}, {115, 113}, {485, 113}};
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_LT(Distance(c->first[k], first[k]), 1.0) << "first " << k << ": " << c->first[k];
+        EXPECT_LT(Distance(c->second[k], second[k]), 1.0) << "second " << k << ": " << c->second[k];
+    }
+}
+
+TEST(DieCornerNearbyCross, NarrowColumnStreetsGiveNoCross) {
+    // Column streets of 6 pixels against row streets of 26: the column
+    // bands (2 strips long) are below 0.3 of the row bands (22).
+    Grid g;
+    g.colHalf = 3;
+    EXPECT_TRUE(DetectCornersNearbyCross(g.Image()).empty());
+}
+
+TEST(DieCornerNearbyCross, ShortSidesAreNotComputed) {
+    // Rows of dies only 37 high between the inner crossings: their sides
+    // have 37 walk points, not more than 60, so no corner is computed there
+    // though the crossings exist (the outer rows face taller dies).
+    Grid g;
+    g.rowCentre = {100, 163, 226, 289, 352, 415, 478, 541};
+    const std::vector<CrossCorners> found = DetectCornersNearbyCross(g.Image());
+    int inner = 0;
+    for (const auto& f : found) {
+        if (f.cross.y <= 100 || f.cross.y >= 541) continue;
+        ++inner;
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(f.first[k].x, -1.f) << f.cross;
+    }
+    EXPECT_EQ(inner, 24);
+}
+
+TEST(DieCornerNearbyCross, FilterTextAndImage) {
+    const Grid g;
+    auto filter = test::Make(L"DetectCornerNearbyCross");
+    ASSERT_TRUE(filter);
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {g.Image()}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].type(), CV_8UC3);
+    const std::string text = platform::ToUtf8(filter->GetResult());
+    EXPECT_EQ(text.rfind("{ \"Count\":\"12\", \"Cross\":[{\"Cross\":\"0\", \"F_LT_X\":", 0), 0u) << text;
+    EXPECT_EQ(test::CountOf(text, "\"S_LB_Y\""), 12);
+    // Tiny or empty images: no crossing, no failure.
+    auto tiny = test::Make(L"DetectCornerNearbyCross");
+    test::RunPins(*tiny, {{1, {cv::Mat(5, 5, CV_8UC1, cv::Scalar(1))}}});
+    EXPECT_EQ(std::wstring(tiny->GetResult()), L"{ \"Count\":\"0\", \"Cross\":[]}");
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
