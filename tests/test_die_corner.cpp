@@ -709,3 +709,64 @@ TEST(DieCornerNearbyCross, FilterTextAndImage) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+#include "inspect/die/DieCornerADI.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Alignment filters
+// ---------------------------------------------------------------------------
+
+struct HighCase {
+    const char* name;
+    cv::Rect blob;  // in a 200 x 200 image; the area is (70, 70, 60, 60)
+    bool found;
+    bool left, top, right, bottom;
+};
+
+class ADIHigh : public ::testing::TestWithParam<HighCase> {};
+
+TEST_P(ADIHigh, CentreAndLimits) {
+    const HighCase& c = GetParam();
+    cv::Mat image(200, 200, CV_8UC1, cv::Scalar(60));
+    image(c.blob).setTo(200);
+    ADISettings s;
+    s.sigma = 4.0f;
+    const ADIHighResult r = ADIHighAlign(Noisy(image, 1.0, 4), s);
+    ASSERT_EQ(r.found, c.found) << c.name;
+    const cv::Rect inArea = c.blob & cv::Rect(70, 70, 60, 60);
+    EXPECT_NEAR(r.centre.x, inArea.x + (inArea.width - 1) / 2.0, 1.0) << c.name;
+    EXPECT_NEAR(r.centre.y, inArea.y + (inArea.height - 1) / 2.0, 1.0) << c.name;
+    EXPECT_EQ(r.left, c.left);
+    EXPECT_EQ(r.top, c.top);
+    EXPECT_EQ(r.right, c.right);
+    EXPECT_EQ(r.bottom, c.bottom);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, ADIHigh,
+                         ::testing::Values(HighCase{"inside", {88, 92, 20, 14}, true, false, false, false, false},
+                                           HighCase{"cut_left", {60, 95, 25, 14}, true, true, false, false, false},
+                                           HighCase{"cut_bottom_right", {115, 118, 40, 40}, true, false, false, true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerADI, AreaLargerThanTheImageFails) {
+    ADISettings s;
+    s.inspWidth = 300;
+    cv::Point origin;
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    s.inspWidth = 60;
+    s.sigma = -1.0f;
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    s.sigma = std::nanf("");
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    auto filter = test::Make(L"ADIHighAlign");
+    test::SetParams(*filter, {{L"InspWidth", L"500"}});
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {cv::Mat(200, 200, CV_8UC1, cv::Scalar(9))}}});
+    ASSERT_EQ(out.size(), 1u);  // the image still goes out
+    EXPECT_EQ(std::wstring(filter->GetResult()).rfind(L"{\"Center_X\":\"-1.0\", \"Center_Y\":\"-1.0\", \"Width\":\"-1\"", 0), 0u);
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die

@@ -63,6 +63,7 @@ const Swept kBuiltFilters[] = {
     {L"EnhancePadFindFilter", false},  // a 16 x 16 image is smaller than the default pad
     {L"BlackBackgroundCornerDetectFilter", true},  // too small for dies: the colour image, Count 0
     {L"DetectCornerNearbyCross", true},  // no street on 16 x 16: the colour image, Count 0
+    {L"ADIHighAlign", true},  // an area larger than the image: the colour image, -1.0
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

@@ -10,16 +10,8 @@ namespace pixmill::inspect::die {
 
 namespace {
 
-struct Band {
-    int start = 0;
-    int length = 0;
-    // Strip i covers lines i to i + 4, so a run of strips covers its
-    // length + 4 lines: the middle of those is the street's middle.
-    int middle() const { return start + (length + 4) / 2; }
-};
+}  // namespace
 
-// Runs of lines (rows when `rows`) whose 5-line strip is at least 99 %
-// background.
 std::vector<Band> StreetBands(const cv::Mat& binary, bool rows) {
     const int n = rows ? binary.rows : binary.cols;
     const int across = rows ? binary.cols : binary.rows;
@@ -37,6 +29,8 @@ std::vector<Band> StreetBands(const cv::Mat& binary, bool rows) {
     for (int l = 1; l < k; ++l) bands.push_back({stats.at<int>(l, cv::CC_STAT_TOP), stats.at<int>(l, cv::CC_STAT_HEIGHT)});
     return bands;
 }
+
+namespace {
 
 // The neighbours of `v` in the sorted list, or the image limits.
 std::pair<int, int> Neighbours(const std::vector<int>& sorted, int v, int limit) {

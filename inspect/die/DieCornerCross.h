@@ -26,6 +26,20 @@ struct CrossCorners {
     }
 };
 
+// A run of street lines: `start` is the first 5-line strip that is at
+// least 99 % background, `length` the number of such strips in a row.
+struct Band {
+    int start = 0;
+    int length = 0;
+    // Strip i covers lines i to i + 4, so a run of strips covers its
+    // length + 4 lines: the middle of those is the street's middle.
+    int middle() const { return start + (length + 4) / 2; }
+};
+
+// The street bands of a binary image (streets 0): rows when `rows`, else
+// columns. None when the image has fewer than 6 lines that way.
+std::vector<Band> StreetBands(const cv::Mat& binary, bool rows);
+
 // The crossings of `gray` (8-bit, one channel) with their corners, rows of
 // crossings first. An image below 6 pixels in either direction has none.
 std::vector<CrossCorners> DetectCornersNearbyCross(const cv::Mat& gray);
