@@ -65,6 +65,9 @@ const Swept kBuiltFilters[] = {
     {L"BackgroundPatternSubstractFilter", false},  // a reference image is needed
     {L"BlobMatchingFilter", false},  // a template image is needed
     {L"FocusingFreeAlignFilter", false},  // a reference image is needed
+    {L"BlackBackgroundCornerDetectFilter", true},  // too small for dies: the colour image, Count 0
+    {L"DetectCornerNearbyCross", true},  // no street on 16 x 16: the colour image, Count 0
+    {L"ADIHighAlign", true},  // an area larger than the image: the colour image, -1.0
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

@@ -964,6 +964,72 @@ PIXMILL_API FlatPadResult VBcvBinarization_for_Flat_Pad(const char* padPath,
                                                         const char* resultPath, int x, int y,
                                                         int shape, int blackPad, int angle,
                                                         int offset);
+/* ---- Die corners and alignment ------------------------------------------- */
+
+/*
+ * Framed die functions. A series of frames "<path>FrameEdge<i>.bmp",
+ * "<path>FrameTheta<i>.bmp" or "<path>FDC<i>.bmp", i = 0 to count - 1, each
+ * cut to its 480 x 480 region (right 160 columns dropped; a smaller or
+ * unreadable frame is a file error). The die is brighter than its dark
+ * border. cpos, 0 to 3:
+ *   0: edge walk from (30, 450) by (+1, -1); top side; corner nearest (0, 0)
+ *   1: edge walk from (450, 450) by (-1, -1); right side; corner nearest (479, 0)
+ *   2: edge walk from (450, 30) by (-1, +1); bottom side; corner nearest (479, 479)
+ *   3: edge walk from (30, 30) by (+1, +1); left side; corner nearest (0, 479)
+ * Every member is -1.0 on a reported failure (file, cpos, nothing found,
+ * count of 0 or less).
+ */
+typedef struct FDPoint {
+    double X;
+    double Y;
+    double Value; /* index of the chosen frame; -1.0 for the corner finds */
+} FDPoint;
+
+/*
+ * The strongest diagonal step from the dark border into the die, over all
+ * frames (diagonal means, score 3 * step + onward mean - mean of the 20
+ * pixels behind); X, Y of the last border pixel before the step.
+ */
+PIXMILL_API FDPoint VBcvFDEdgeFind(const char* path, int cpos, int count);
+
+/*
+ * The die's side as a straight line in the frame with the strongest edge
+ * (above 1000): horizontal for cpos 0 and 2 (X = 240, Y = the line), vertical
+ * for 1 and 3 (Y = 240). The line is the first row or column of the die
+ * itself, not the start of the 5-line window that found it.
+ */
+PIXMILL_API FDPoint VBcvFDThetaFind(const char* path, int cpos, int count);
+
+/*
+ * The series fused (bright parts of the frames up to the last change of
+ * mean gray), the die objects reaching the frame's sides outlined by their
+ * convex hulls, and the corner of slot cpos nearest the reference corner;
+ * corners within 20 pixels of a side are never taken. Writes
+ * "C:\PROBERPARAM\ParaImg\FrmadeDieCorner.jpg", also on failure.
+ */
+PIXMILL_API FDPoint VBcvFDCornerFind(const char* path, int cpos, int count);
+
+/*
+ * As VBcvFDCornerFind, fusing only frames whose Otsu level lies above their
+ * mean gray, each with dominant gray peaks removed and stretched; objects
+ * must be at least 50 x 50 with square-set sides.
+ */
+PIXMILL_API FDPoint VBcvFDCornerFind_Ex(const char* path, int cpos, int count);
+
+/*
+ * Crops (x, y, cropWidth, cropHeight) out of a width x height 8-bit gray
+ * image (read only when size >= width * height), binarises it (bright
+ * features when whiteOnBlack is 0, dark features otherwise) and finds dies
+ * of about dieWidth x dieHeight (within the tolerances). Returns 1 for
+ * exactly one complete die: corners[0..1] its centre, corners[2..9] LT, RT,
+ * RB, LB as x, y, all in image coordinates; -4 for two complete dies; -3
+ * for a die with a corner missing (present corners offset, missing ones 0
+ * or negative) and none complete; -1 for none. corners may be null. Writes
+ * "C:\PROBERPARAM\ParaImg\PinImage\PinResult_Corner.bmp".
+ */
+PIXMILL_API int CornerDetectF(const uint8_t* image, int size, int width, int height, int x, int y,
+                              int cropWidth, int cropHeight, int dieWidth, int dieHeight,
+                              int toleranceWidth, int toleranceHeight, int whiteOnBlack, int* corners);
 
 PIXMILL_EXTERN_C_END
 

@@ -1,0 +1,772 @@
+// The die corner inspections: framed die series drawn with known edges,
+// lines and corners; dies on black of known size and rotation, some cut by
+// the border; the canned corner measurement and its number reader.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "FilterHarness.h"
+#include "TestSupport.h"
+#include "inspect/die/DieCornerBlack.h"
+#include "inspect/die/DieCornerDetectF.h"
+#include "inspect/die/DieCornerFramed.h"
+#include "inspect/die/DieCornerImage.h"
+#include "pixmill/pixmill.h"
+#include "platform/Platform.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Drawing
+// ---------------------------------------------------------------------------
+
+constexpr int kScale = 8;
+
+// A polygon in pixel-centre coordinates drawn with exact area coverage:
+// painted at 8 x on a supersampled canvas and reduced by area averaging.
+void FillCovered(cv::Mat& image, const std::vector<cv::Point2d>& polygon, double level) {
+    cv::Mat big(image.rows * kScale, image.cols * kScale, CV_8UC1, cv::Scalar(0));
+    std::vector<cv::Point> pts;
+    for (const cv::Point2d& p : polygon)
+        pts.emplace_back(cvRound(((p.x + 0.5) * kScale - 0.5) * 16), cvRound(((p.y + 0.5) * kScale - 0.5) * 16));
+    cv::fillPoly(big, std::vector<std::vector<cv::Point>>{pts}, cv::Scalar(255), cv::LINE_8, 4);
+    cv::Mat cover;
+    cv::resize(big, cover, image.size(), 0, 0, cv::INTER_AREA);
+    cv::Mat f, c;
+    image.convertTo(f, CV_32F);
+    cover.convertTo(c, CV_32F, 1.0 / 255);
+    f = f.mul(1 - c) + c * level;
+    f.convertTo(image, CV_8U);
+}
+
+cv::Mat Noisy(cv::Mat image, double sigma, int seed) {
+    cv::Mat noise(image.size(), CV_32F), f;
+    cv::RNG rng(seed);
+    rng.fill(noise, cv::RNG::NORMAL, 0, sigma);
+    image.convertTo(f, CV_32F);
+    f += noise;
+    f.convertTo(image, CV_8U);
+    return image;
+}
+
+// A die: centre, size and rotation in degrees; its corners LT, RT, RB, LB.
+struct Die {
+    double cx, cy, w, h, angle;
+    std::vector<cv::Point2d> Corners() const {
+        const double a = angle * CV_PI / 180, c = std::cos(a), s = std::sin(a);
+        const double hx[4] = {-w / 2, w / 2, w / 2, -w / 2}, hy[4] = {-h / 2, -h / 2, h / 2, h / 2};
+        std::vector<cv::Point2d> out;
+        for (int k = 0; k < 4; ++k) out.emplace_back(cx + hx[k] * c - hy[k] * s, cy + hx[k] * s + hy[k] * c);
+        return out;
+    }
+};
+
+cv::Mat DieImage(cv::Size size, const std::vector<Die>& dies, double background, double level, double noise,
+                 int seed) {
+    cv::Mat image(size, CV_8UC1, cv::Scalar(background));
+    for (const Die& d : dies) FillCovered(image, d.Corners(), level);
+    cv::GaussianBlur(image, image, {3, 3}, 0.7);
+    return noise > 0 ? Noisy(image, noise, seed) : image;
+}
+
+double Distance(cv::Point2f a, cv::Point2d b) {
+    return std::hypot(a.x - b.x, a.y - b.y);
+}
+
+// ---------------------------------------------------------------------------
+// Dies on black
+// ---------------------------------------------------------------------------
+
+struct BlackCase {
+    const char* name;
+    double level;
+    double angle;
+    int mode;
+};
+
+class BlackBackgroundAccuracy : public test::PixmillTest, public ::testing::WithParamInterface<BlackCase> {};
+
+bool InFrame(cv::Point2d p, cv::Size size) {
+    return p.x >= 0 && p.y >= 0 && p.x <= size.width - 1 && p.y <= size.height - 1;
+}
+
+// The drawn die a reported one stands for: the one with a computed corner
+// nearest its own.
+const Die* Match(const DieCorners& f, const std::vector<Die>& dies) {
+    const Die* truth = nullptr;
+    double best = 1e9;
+    for (int k = 0; k < 4; ++k) {
+        if (f.corner[k].x == -1.f) continue;
+        for (const Die& d : dies)
+            if (Distance(f.corner[k], d.Corners()[k]) < best) best = Distance(f.corner[k], d.Corners()[k]), truth = &d;
+    }
+    return truth;
+}
+
+TEST_P(BlackBackgroundAccuracy, CornersWithinOnePixel) {
+    const BlackCase& c = GetParam();
+    // A 5 x 5 grid of 110 x 90 dies on 640 x 480 with streets of 40 and 40;
+    // the outer ring is cut by the border (25 to 75 pixels left in view).
+    std::vector<Die> dies;
+    for (int j = -2; j <= 2; ++j)
+        for (int i = -2; i <= 2; ++i)
+            dies.push_back({320.3 + i * 150 + j * 0.37, 240.6 + j * 130 - i * 0.23,
+                            110, 90, c.angle});
+    const cv::Size size(640, 480);
+    const cv::Mat image = DieImage(size, dies, 6, c.level, 2.0, 11);
+    const std::vector<DieCorners> found = DetectBlackBackgroundDies(image, {110, 90, 8, 8, c.mode});
+    // Every die shows at least 25 x 25 pixels, so all 25 are reported.
+    ASSERT_EQ(found.size(), 25u) << c.name;
+    int complete = 0;
+    double worst = 0;
+    for (const DieCorners& f : found) {
+        const Die* truth = Match(f, dies);
+        ASSERT_NE(truth, nullptr);
+        bool all = true;
+        for (int k = 0; k < 4; ++k) {
+            const cv::Point2d t = truth->Corners()[k];
+            if (!InFrame(t, size)) {
+                // A corner outside the image has no side to come from.
+                EXPECT_EQ(f.corner[k].x, -1.f) << c.name << " corner " << k << " of die " << truth->cx << "," << truth->cy;
+                all = false;
+                continue;
+            }
+            ASSERT_NE(f.corner[k].x, -1.f) << c.name << " corner " << k << " of die " << truth->cx << "," << truth->cy;
+            EXPECT_LT(Distance(f.corner[k], t), 1.0) << c.name << " corner " << k << " of die " << truth->cx << ","
+                                                     << truth->cy;
+            worst = std::max(worst, Distance(f.corner[k], t));
+        }
+        complete += all;
+    }
+    EXPECT_EQ(complete, 9) << c.name;  // the inner 3 x 3
+    std::printf("%s: %zu dies, %d complete, worst corner error %.3f px\n", c.name, found.size(), complete, worst);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, BlackBackgroundAccuracy,
+    ::testing::Values(BlackCase{"level80", 80, 0.0, 0}, BlackCase{"level80_rot1_5", 80, 1.5, 0},
+                      BlackCase{"level80_rotm2", 80, -2.0, 0}, BlackCase{"level80_mode1", 80, 1.0, 1},
+                      BlackCase{"level80_mode2", 80, 0.5, 2}, BlackCase{"level200", 200, 0.8, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// The number reader and the result walk of CornerDetectF
+// ---------------------------------------------------------------------------
+
+struct NumberCase {
+    const wchar_t* text;
+    double value;
+};
+
+class StrictNumber : public ::testing::TestWithParam<NumberCase> {};
+
+TEST_P(StrictNumber, ReadsOrGivesZero) {
+    EXPECT_DOUBLE_EQ(ReadStrictNumber(GetParam().text), GetParam().value);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, StrictNumber,
+                         ::testing::Values(NumberCase{L"", 0}, NumberCase{L"1.2.3", 0}, NumberCase{L"1-2", 0},
+                                           NumberCase{L"abc", 0}, NumberCase{L"-1.5", -1.5},
+                                           NumberCase{L"123.25", 123.25}, NumberCase{L"-", 0}, NumberCase{L".", 0},
+                                           NumberCase{L"7.", 7}, NumberCase{L".5", 0.5}, NumberCase{L" 1", 0},
+                                           NumberCase{L"-0.0625", -0.0625}, NumberCase{L"1e3", 0}));
+
+std::wstring DieText(int n, const std::vector<std::wstring>& v) {
+    static const wchar_t* const kKeys[8] = {L"LT_X", L"LT_Y", L"RT_X", L"RT_Y", L"RB_X", L"RB_Y", L"LB_X", L"LB_Y"};
+    std::wstring t = L"{\"Die\":\"" + std::to_wstring(n) + L"\"";
+    for (int k = 0; k < 8; ++k)
+        if (!v[k].empty()) t += L", \"" + std::wstring(kKeys[k]) + L"\":\"" + v[k] + L"\"";
+    return t + L"}";
+}
+
+std::wstring ResultText(const std::vector<std::wstring>& dies) {
+    std::wstring list;
+    for (const auto& d : dies) list += (list.empty() ? L"" : L",") + d;
+    return L"{ \"Count\":\"4\", \"Filter\":[{\"Name\":\"BlackBackgroundCornerDetectFilter\", \"Result\":{ \"Count\":\"" +
+           std::to_wstring(dies.size()) + L"\", \"Dies\":[" + list + L"]}},{\"Name\":\"CropFilter\", \"Result\":\"\"},]}";
+}
+
+const std::vector<std::wstring> kWhole = {L"10.2", L"20.7", L"110.4", L"21.0", L"111.0", L"111.9", L"9.6", L"110.0"};
+const std::vector<std::wstring> kNoLBY = {L"10.2", L"20.7", L"110.4", L"21.0", L"111.0", L"111.9", L"9.6", L"0.0"};
+const std::vector<std::wstring> kMissing = {L"10", L"20", L"", L"21", L"111", L"111", L"-1.0", L"110"};
+
+struct WalkCase {
+    const char* name;
+    std::vector<std::wstring> dies;
+    int code;
+    std::vector<int> corners;  // empty: left untouched (all 7777)
+};
+
+class CornerResultWalk : public ::testing::TestWithParam<WalkCase> {};
+
+TEST_P(CornerResultWalk, CodeAndCorners) {
+    const WalkCase& c = GetParam();
+    int corners[10];
+    std::fill(std::begin(corners), std::end(corners), 7777);
+    EXPECT_EQ(ReadCornerResult(ResultText(c.dies), 100, 200, corners), c.code) << c.name;
+    std::vector<int> expected = c.corners;
+    if (expected.empty()) expected.assign(10, 7777);
+    EXPECT_EQ(std::vector<int>(corners, corners + 10), expected) << c.name;
+}
+
+// Centre: (10.2 + 110.4 + 111 + 9.6) / 4 + 0.5 = 60.8 -> 60, plus x 100; y
+// (20.7 + 21 + 111.9 + 110) / 4 + 0.5 = 66.4 -> 66, plus 200.
+const std::vector<int> kWholeCorners = {160, 266, 110, 220, 210, 221, 211, 311, 109, 310};
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, CornerResultWalk,
+    ::testing::Values(
+        WalkCase{"none", {}, -1, {}}, WalkCase{"one", {DieText(0, kWhole)}, 1, kWholeCorners},
+        WalkCase{"lb_y_zero", {DieText(0, kNoLBY)}, -3, {7777, 7777, 110, 220, 210, 221, 211, 311, 109, 0}},
+        WalkCase{"missing_and_negative", {DieText(0, kMissing)}, -3, {7777, 7777, 110, 220, 0, 221, 211, 311, -1, 310}},
+        WalkCase{"complete_after_incomplete", {DieText(0, kNoLBY), DieText(1, kWhole)}, 1, kWholeCorners},
+        WalkCase{"incomplete_after_complete", {DieText(0, kWhole), DieText(1, kNoLBY)}, 1, kWholeCorners},
+        WalkCase{"two_complete", {DieText(0, kWhole), DieText(1, kWhole)}, -4, kWholeCorners}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerResultWalk, UnparsableOrForeignTextReadsNoDie) {
+    int corners[10] = {};
+    EXPECT_EQ(ReadCornerResult(L"not json", 0, 0, corners), -1);
+    EXPECT_EQ(ReadCornerResult(L"{\"Filter\":[{\"Name\":\"CropFilter\",\"Result\":{\"Dies\":[" + DieText(0, kWhole) + L"]}}]}",
+                               0, 0, corners),
+              -1);
+    EXPECT_EQ(ReadCornerResult(ResultText({DieText(0, kWhole)}), 0, 0, nullptr), 1);
+}
+
+// ---------------------------------------------------------------------------
+// CornerDetectF end to end
+// ---------------------------------------------------------------------------
+
+class CornerDetectFTest : public test::PixmillTest {
+protected:
+    int Run(const cv::Mat& image, cv::Rect crop, int whiteOnBlack, int* corners) {
+        return CornerDetectF(image.data, static_cast<int>(image.total()), image.cols, image.rows, crop.x, crop.y,
+                             crop.width, crop.height, 100, 80, 10, 10, whiteOnBlack, corners);
+    }
+};
+
+struct DetectCase {
+    const char* name;
+    cv::Rect crop;
+    int code;
+};
+
+class CornerDetectFCrops : public CornerDetectFTest, public ::testing::WithParamInterface<DetectCase> {};
+
+// Bright dies (220) over a grey background (140), as the prober sees them:
+// the bright recipe splits die from background. Dies of 100 x 80 at
+// (150.4, 120.3), (300.4, 120.3) and (150.4, 260.3) (top-left corners),
+// tilted 0.8 degrees.
+TEST_P(CornerDetectFCrops, CodeAndCornersInImageCoordinates) {
+    const DetectCase& c = GetParam();
+    std::vector<Die> dies = {{200.4, 160.3, 100, 80, 0.8}, {350.4, 160.3, 100, 80, 0.8}, {200.4, 300.3, 100, 80, 0.8}};
+    const cv::Mat image = DieImage({480, 480}, dies, 140, 220, 2.0, 5);
+    int corners[10] = {};
+    ASSERT_EQ(Run(image, c.crop, 0, corners), c.code) << c.name;
+    if (c.code != 1) return;
+    const std::vector<cv::Point2d> truth = dies[0].Corners();
+    for (int k = 0; k < 4; ++k) {
+        // Corners are truncated after the offset: within 1 of the truth.
+        EXPECT_NEAR(corners[2 + 2 * k], truth[k].x, 1.0) << c.name << " corner " << k;
+        EXPECT_NEAR(corners[3 + 2 * k], truth[k].y, 1.0) << c.name << " corner " << k;
+    }
+    EXPECT_NEAR(corners[0], 200.4, 1.0);
+    EXPECT_NEAR(corners[1], 160.3, 1.0);
+    // The result image is written.
+    EXPECT_TRUE(platform::FileExists(
+        platform::NativePath(std::wstring(L"C:\\PROBERPARAM\\ParaImg\\PinImage\\PinResult_Corner.bmp"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, CornerDetectFCrops,
+                         ::testing::Values(DetectCase{"one_die", {110, 90, 160, 140}, 1},
+                                           DetectCase{"die_cut_by_crop", {110, 90, 130, 140}, -3},
+                                           DetectCase{"two_dies", {110, 90, 310, 140}, -4},
+                                           DetectCase{"background_only", {10, 380, 120, 90}, -1}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CornerDetectFTest, DarkDiesNeedTheDarkRecipe) {
+    // Dark dies (40) on a lighter background (110): only whiteOnBlack
+    // non-zero (dark features binarised) finds the die.
+    std::vector<Die> dies = {{200.4, 160.3, 100, 80, 0.0}};
+    const cv::Mat image = DieImage({480, 480}, dies, 110, 40, 2.0, 9);
+    int corners[10] = {};
+    EXPECT_EQ(Run(image, {110, 90, 160, 140}, 1, corners), 1);
+    EXPECT_NEAR(corners[2], 150.4, 1.0);
+    EXPECT_NEAR(corners[3], 120.3, 1.0);
+    EXPECT_NE(Run(image, {110, 90, 160, 140}, 0, corners), 1);
+}
+
+TEST_F(CornerDetectFTest, ShortOrMissingPixelsRunNothing) {
+    cv::Mat image(200, 200, CV_8UC1, cv::Scalar(0));
+    int corners[10] = {};
+    EXPECT_EQ(CornerDetectF(image.data, 100, 200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, corners), -1);
+    EXPECT_EQ(CornerDetectF(nullptr, 40000, 200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, corners), -1);
+    EXPECT_EQ(CornerDetectF(image.data, 40000, -200, 200, 0, 0, 150, 150, 100, 80, 10, 10, 0, nullptr), -1);
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Framed die series
+// ---------------------------------------------------------------------------
+
+const cv::Point kStart[4] = {{30, 450}, {450, 450}, {450, 30}, {30, 30}};
+const cv::Point kStep[4] = {{1, -1}, {-1, -1}, {-1, 1}, {1, 1}};
+
+// A 640 x 480 camera frame: dark border (40) where `bright` is false,
+// die (160) where it is true, then blurred by `sigma` (0: sharp) and noise.
+// The gradient image saturates at 255, so a sharp step of more than 63
+// grays would rate no stronger than a blurred one: `die` sets the level.
+template <typename Bright>
+cv::Mat Frame(Bright bright, double sigma, int seed, int die = 160) {
+    cv::Mat f(480, 640, CV_8UC1);
+    for (int y = 0; y < f.rows; ++y)
+        for (int x = 0; x < f.cols; ++x) f.at<uint8_t>(y, x) = bright(x, y) ? die : 40;
+    if (sigma > 0) cv::GaussianBlur(f, f, {0, 0}, sigma);
+    return Noisy(f, 2.0, seed);
+}
+
+class FramedDieTest : public test::InspectionTest {
+protected:
+    // Writes frames 0..n-1 of "<prefix><stem><i>.bmp"; frame `sharpIndex`
+    // sharp, the others blurred.
+    template <typename Bright>
+    void WriteSeries(const char* stem, Bright bright, int n, int sharpIndex, int die = 160) {
+        for (int i = 0; i < n; ++i)
+            WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp",
+                       Frame(bright, i == sharpIndex ? 0.0 : 4.0, 100 + i, die));
+    }
+    static constexpr const char* kPrefix = "C:\\frames\\d";
+};
+
+class FramedEdge : public FramedDieTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(FramedEdge, StepPointAndSharpFrame) {
+    const int cpos = GetParam();
+    // The die begins n0 steps along the walk: a border along the averaged
+    // diagonals, crossed by the walk between steps n0 - 1 and n0.
+    const int n0 = 150 + 11 * cpos;
+    const cv::Point s = kStart[cpos], d = kStep[cpos];
+    WriteSeries("FrameEdge", [&](int x, int y) { return (x - s.x) * d.x + (y - s.y) * d.y >= 2 * n0 - 1; }, 3, 1);
+    const FDPoint r = VBcvFDEdgeFind(kPrefix, cpos, 3);
+    const cv::Point truth = s + d * (n0 - 1);
+    EXPECT_NEAR(r.X, truth.x, 1.0);
+    EXPECT_NEAR(r.Y, truth.y, 1.0);
+    EXPECT_EQ(r.Value, 1.0);
+    EXPECT_NE(m_trace.find("[VBcvFDEdgeFind] Image Num : 1"), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedEdge, ::testing::Range(0, 4));
+
+class FramedTheta : public FramedDieTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(FramedTheta, LineOfTheDieInTheSharpFrame) {
+    const int cpos = GetParam();
+    // Die sides: top 133 (cpos 0), right 351 (1), bottom 362 (2), left 117 (3).
+    const int line[4] = {133, 351, 362, 117};
+    const int L = line[cpos];
+    WriteSeries("FrameTheta",
+                [&](int x, int y) {
+                    switch (cpos) {
+                        case 0: return y >= L;
+                        case 1: return x <= L;
+                        case 2: return y <= L;
+                        default: return x >= L;
+                    }
+                },
+                3, 2, 90);
+    const FDPoint r = VBcvFDThetaFind(kPrefix, cpos, 3);
+    const bool horizontal = cpos == 0 || cpos == 2;
+    EXPECT_NEAR(horizontal ? r.Y : r.X, L, 1.0);
+    EXPECT_EQ(horizontal ? r.X : r.Y, 240.0);
+    EXPECT_EQ(r.Value, 2.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedTheta, ::testing::Range(0, 4));
+
+struct CornerSeriesCase {
+    int cpos;
+    bool extended;
+};
+
+class FramedCorner : public FramedDieTest, public ::testing::WithParamInterface<CornerSeriesCase> {};
+
+TEST_P(FramedCorner, CornerNearestTheReference) {
+    const auto [cpos, extended] = GetParam();
+    // The die reaches out of the frame on the two sides away from the
+    // reference corner; its one corner in view is the truth.
+    const cv::Point corner[4] = {{150, 131}, {331, 127}, {337, 352}, {146, 349}};
+    const cv::Point c = corner[cpos];
+    for (int i = 0; i < 3; ++i) {
+        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40 + i));
+        const cv::Rect die = cpos == 0   ? cv::Rect(c.x, c.y, 1000, 1000)
+                             : cpos == 1 ? cv::Rect(-10, c.y, c.x + 11, 1000)
+                             : cpos == 2 ? cv::Rect(-10, -10, c.x + 11, c.y + 11)
+                                         : cv::Rect(c.x, -10, 1000, c.y + 11);
+        // Dies carry circuit texture; the fusion keeps textured bright parts.
+        cv::Mat texture(480, 640, CV_8UC1);
+        cv::RNG(3).fill(texture, cv::RNG::NORMAL, 175 + 5 * i, 18);
+        texture(die & cv::Rect(0, 0, 640, 480)).copyTo(f(die & cv::Rect(0, 0, 640, 480)));
+        cv::GaussianBlur(f, f, {0, 0}, 0.6 + 0.3 * i);
+        WriteImage("C:\\frames\\dFDC" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 40 + i));
+    }
+    const FDPoint r = extended ? VBcvFDCornerFind_Ex(kPrefix, cpos, 3) : VBcvFDCornerFind(kPrefix, cpos, 3);
+    EXPECT_NEAR(r.X, c.x, 1.5) << m_trace;
+    EXPECT_NEAR(r.Y, c.y, 1.5);
+    EXPECT_EQ(r.Value, -1.0);
+    EXPECT_TRUE(platform::FileExists(platform::NativePath(std::wstring(L"C:\\PROBERPARAM\\ParaImg\\FrmadeDieCorner.jpg"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedCorner,
+                         ::testing::Values(CornerSeriesCase{0, false}, CornerSeriesCase{1, false},
+                                           CornerSeriesCase{2, false}, CornerSeriesCase{3, false},
+                                           CornerSeriesCase{0, true}, CornerSeriesCase{1, true},
+                                           CornerSeriesCase{2, true}, CornerSeriesCase{3, true}));
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Failures of the framed die functions
+// ---------------------------------------------------------------------------
+
+enum class Fn { kEdge, kTheta, kCorner, kCornerEx };
+
+FDPoint CallFn(Fn fn, const char* path, int cpos, int count) {
+    switch (fn) {
+        case Fn::kEdge: return VBcvFDEdgeFind(path, cpos, count);
+        case Fn::kTheta: return VBcvFDThetaFind(path, cpos, count);
+        case Fn::kCorner: return VBcvFDCornerFind(path, cpos, count);
+        default: return VBcvFDCornerFind_Ex(path, cpos, count);
+    }
+}
+
+struct FailCase {
+    const char* name;
+    Fn fn;
+    int cpos;
+    int count;
+    cv::Size frame;  // of the files written (frames 0 and 1)
+    const char* line;
+};
+
+class FramedFailure : public test::InspectionTest, public ::testing::WithParamInterface<FailCase> {};
+
+TEST_P(FramedFailure, AllMinusOneAndItsLine) {
+    const FailCase& c = GetParam();
+    for (const char* stem : {"FrameEdge", "FrameTheta", "FDC"})
+        for (int i = 0; i < 2; ++i)
+            WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp",
+                       cv::Mat(c.frame, CV_8UC1, cv::Scalar(90 + i)));
+    const FDPoint r = CallFn(c.fn, "C:\\frames\\d", c.cpos, c.count);
+    EXPECT_EQ(r.X, -1.0) << c.name;
+    EXPECT_EQ(r.Y, -1.0) << c.name;
+    EXPECT_EQ(r.Value, -1.0) << c.name;
+    if (*c.line) EXPECT_NE(m_trace.find(c.line), std::string::npos) << c.name << "\n" << m_trace;
+}
+
+const cv::Size kCamera(640, 480);
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, FramedFailure,
+    ::testing::Values(
+        FailCase{"edge_cpos", Fn::kEdge, 4, 2, kCamera, "[VBcvFDEdgeFind] Fail : cpos(4) Error \n"},
+        FailCase{"edge_missing_file", Fn::kEdge, 0, 3, kCamera, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        // A file error is found before the cpos check in the edge functions.
+        FailCase{"edge_file_before_cpos", Fn::kEdge, -1, 3, kCamera, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        FailCase{"edge_small_frame", Fn::kEdge, 0, 2, {400, 480}, "[VBcvFDEdgeFind] Fail : File Error \n"},
+        FailCase{"edge_count_zero", Fn::kEdge, 0, 0, kCamera, ""},
+        FailCase{"edge_flat_frames", Fn::kEdge, 1, 2, kCamera, ""},
+        FailCase{"theta_cpos", Fn::kTheta, 7, 2, kCamera, "[VBcvFDThetaFind] Fail : cpos(7) Error \n"},
+        FailCase{"theta_missing_file", Fn::kTheta, 2, 5, kCamera, "[VBcvFDThetaFind] Fail : File Error \n"},
+        FailCase{"theta_flat_frames", Fn::kTheta, 3, 2, kCamera, ""},
+        FailCase{"corner_cpos_before_file", Fn::kCorner, 4, 9, kCamera, "[VBcvFDCornerFind] Fail : cpos error \n"},
+        FailCase{"corner_missing_file", Fn::kCorner, 0, 3, kCamera, "[VBcvFDCornerFind] Fail : File Error \n"},
+        FailCase{"corner_count_zero", Fn::kCorner, 0, 0, kCamera, "[VBcvFDCornerFind] Fail : Corner Detect Fail. \n"},
+        FailCase{"corner_flat", Fn::kCorner, 2, 2, kCamera, "[VBcvFDCornerFind] Fail : Corner Detect Fail. \n"},
+        FailCase{"corner_ex_cpos", Fn::kCornerEx, -2, 2, kCamera, "[VBcvFDCornerFind_Ex] Fail : cpos error \n"},
+        FailCase{"corner_ex_small", Fn::kCornerEx, 1, 2, {640, 300}, "[VBcvFDCornerFind_Ex] Fail : File Error \n"},
+        FailCase{"corner_ex_flat", Fn::kCornerEx, 3, 2, kCamera, "[VBcvFDCornerFind_Ex] Fail : Corner Detect Fail. \n"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FramedFailure, NullPathIsAFileError) {
+    EXPECT_EQ(VBcvFDCornerFind(nullptr, 0, 1).X, -1.0);
+    EXPECT_NE(m_trace.find("[VBcvFDCornerFind] Fail : File Error \n"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// Image routines
+// ---------------------------------------------------------------------------
+
+TEST(DieCornerImage, HullAndFourPointsOfARectangleOutline) {
+    std::vector<cv::Point> pts;
+    for (int x = 10; x <= 60; ++x) pts.push_back({x, 5}), pts.push_back({x, 45});
+    for (int y = 5; y <= 45; ++y) pts.push_back({10, y}), pts.push_back({60, y});
+    pts.push_back({30, 20});  // inside: never on the hull
+    const std::vector<cv::Point> hull = ConvexHullScan(pts);
+    ASSERT_EQ(hull.size(), 4u);
+    EXPECT_EQ(hull[0], cv::Point(10, 5));  // the pivot: lowest row, then lowest column
+    std::vector<cv::Point> outline = {{10, 5}, {10, 25}, {10, 45}, {35, 45}, {60, 45}, {60, 25}, {60, 5}, {35, 5}};
+    std::array<cv::Point, 4> p;
+    std::array<int, 4> idx;
+    ASSERT_TRUE(ContourFourPoints(outline, p, idx));
+    EXPECT_EQ(p[0], cv::Point(10, 5));
+    EXPECT_EQ(p[1], cv::Point(10, 45));
+    EXPECT_EQ(p[2], cv::Point(60, 45));
+    EXPECT_EQ(p[3], cv::Point(60, 5));
+    EXPECT_FALSE(ContourFourPoints({{1, 1}, {2, 2}, {3, 3}}, p, idx));
+}
+
+TEST(DieCornerImage, PeakRemovalStretchAndLocalContrast) {
+    cv::Mat img(20, 20, CV_8UC1, cv::Scalar(100));
+    img(cv::Rect(0, 0, 20, 4)).setTo(200);  // 20 % at 200, 80 % at 100
+    cv::Mat out;
+    PeakRemoval(img, out, 0.7);
+    EXPECT_EQ(cv::countNonZero(out == 0), 320);  // the dominant peak cleared
+    EXPECT_EQ(cv::countNonZero(out == 200), 80);
+    PeakRemoval(img, out, 0.9);
+    EXPECT_EQ(cv::countNonZero(out == 0), 0);  // no peak holds 90 %
+    HistogramStretch(img, out, 50.0);           // level 100: 100 -> 255
+    EXPECT_EQ(out.at<uint8_t>(10, 10), 255);
+    cv::Mat ramp(1, 256, CV_8UC1);
+    for (int i = 0; i < 256; ++i) ramp.at<uint8_t>(0, i) = static_cast<uint8_t>(i);
+    HistogramStretch(ramp, out, 100.0 * 128 / 256);  // level 127
+    EXPECT_EQ(out.at<uint8_t>(0, 127), 255);
+    EXPECT_EQ(out.at<uint8_t>(0, 50), 255 * 50 / 127);
+    cv::Mat flat(10, 10, CV_8UC1, cv::Scalar(90));
+    flat.at<uint8_t>(6, 6) = 200;
+    LocalContrastFilter(flat, out);
+    EXPECT_EQ(out.at<uint8_t>(1, 1), 0);    // flat block cleared
+    EXPECT_EQ(out.at<uint8_t>(6, 6), 200);  // the contrast block keeps its pixels
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// The filter
+// ---------------------------------------------------------------------------
+
+struct FilterCase {
+    const char* name;
+    test::ParamList params;
+    int count;
+};
+
+class BlackBackgroundFilter : public test::PixmillTest, public ::testing::WithParamInterface<FilterCase> {};
+
+TEST_P(BlackBackgroundFilter, CountAndAnnotatedImage) {
+    const FilterCase& c = GetParam();
+    // Two whole dies of 100 x 80 and one cut by the left border.
+    const std::vector<Die> dies = {{150.5, 120.5, 100, 80, 0}, {290.5, 120.5, 100, 80, 0}, {20.5, 300.5, 100, 80, 0}};
+    cv::Mat image = DieImage({400, 400}, dies, 5, 90, 1.5, 3);
+    auto filter = test::Make(L"BlackBackgroundCornerDetectFilter");
+    ASSERT_TRUE(filter);
+    test::SetParams(*filter, c.params);
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {image}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].type(), CV_8UC3);
+    const std::wstring text = filter->GetResult();
+    EXPECT_EQ(text.rfind(L"{ \"Count\":\"" + std::to_wstring(c.count) + L"\", \"Dies\":[", 0), 0u) << c.name;
+    EXPECT_EQ(test::CountOf(platform::ToUtf8(text), "\"Die\":"), c.count) << c.name;
+    if (c.count == 3) {
+        // The cut die: no left side, so LT and LB unset; a mark is drawn at
+        // the whole dies' corners (the RB mark in its own colour).
+        EXPECT_NE(text.find(L"{\"Die\":\"2\", \"LT_X\":\"-1.0\", \"LT_Y\":\"-1.0\""), std::wstring::npos) << platform::ToUtf8(text);
+        // RB of die 0 at (200.5, 160.5): its strokes run left and up.
+        EXPECT_EQ(out[0].at<cv::Vec3b>(160, 198), cv::Vec3b(255, 100, 100));
+        EXPECT_EQ(out[0].at<cv::Vec3b>(158, 200), cv::Vec3b(255, 100, 100));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, BlackBackgroundFilter,
+    ::testing::Values(FilterCase{"found", {{L"DieWidth", L"100"}, {L"DieHeight", L"80"}, {L"ToleranceWidth", L"5"},
+                                           {L"ToleranceHeight", L"5"}},
+                                 3},
+                      FilterCase{"defaults", {}, 0},
+                      FilterCase{"die_width_9", {{L"DieWidth", L"9"}, {L"DieHeight", L"80"}, {L"ToleranceWidth", L"500"},
+                                                 {L"ToleranceHeight", L"500"}},
+                                 0},
+                      // Whole dies off by more than the tolerance are refused;
+                      // the cut one is not held to its width.
+                      FilterCase{"width_out_of_tolerance", {{L"DieWidth", L"120"}, {L"DieHeight", L"80"},
+                                                            {L"ToleranceWidth", L"5"}, {L"ToleranceHeight", L"5"}},
+                                 1}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerFilterInput, OtherTypesAreRefused) {
+    EXPECT_THROW(DieGray(cv::Mat(120, 120, CV_16UC1), "x"), std::invalid_argument);
+    EXPECT_EQ(DieGray(cv::Mat(120, 120, CV_8UC3, cv::Scalar(1, 2, 3)), "x").type(), CV_8UC1);
+    EXPECT_TRUE(DieGray(cv::Mat(), "x").empty());
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+#include "inspect/die/DieCornerCross.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Corners near a street cross
+// ---------------------------------------------------------------------------
+
+// Dies (200) on streets (50): vertical streets of 30 pixels centred on
+// columns 100, 300, 500, 700 and horizontal ones of 26 pixels centred on
+// rows 100, 300, 500 of an 800 x 600 image.
+struct Grid {
+    std::vector<double> colCentre{100, 300, 500, 700}, rowCentre{100, 300, 500};
+    double colHalf = 15, rowHalf = 13;
+    cv::Mat Image() const {
+        cv::Mat image(600, 800, CV_8UC1, cv::Scalar(200));
+        for (double c : colCentre) FillCovered(image, {{c - colHalf, -5}, {c + colHalf, -5}, {c + colHalf, 605}, {c - colHalf, 605}}, 50);
+        for (double r : rowCentre) FillCovered(image, {{-5, r - rowHalf}, {805, r - rowHalf}, {805, r + rowHalf}, {-5, r + rowHalf}}, 50);
+        return Noisy(image, 3.0, 21);
+    }
+};
+
+TEST(DieCornerNearbyCross, CrossingAndBothCornersOfEachQuadrant) {
+    const Grid g;
+    const std::vector<CrossCorners> found = DetectCornersNearbyCross(g.Image());
+    ASSERT_EQ(found.size(), 12u);
+    // The crossing (300, 300): neighbours on every side.
+    const CrossCorners* c = nullptr;
+    for (const auto& f : found)
+        if (std::abs(f.cross.x - 300) <= 1 && std::abs(f.cross.y - 300) <= 1) c = &f;
+    ASSERT_NE(c, nullptr);
+    // Boundaries of the streets in pixel-centre coordinates: the die
+    // down-right of (300, 300) begins at (315, 313) and ends at (485, 487).
+    const double L = 300 - 15, R = 300 + 15, T = 300 - 13, B = 300 + 13;
+    const cv::Point2d first[4] = {{R, B}, {L, B}, {L, T}, {R, T}};             // LT, RT, RB, LB slots
+    const cv::Point2d second[4] = {{485, 487}, {115, 487}, {115, 113}, {485, 113}};
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_LT(Distance(c->first[k], first[k]), 1.0) << "first " << k << ": " << c->first[k];
+        EXPECT_LT(Distance(c->second[k], second[k]), 1.0) << "second " << k << ": " << c->second[k];
+    }
+}
+
+TEST(DieCornerNearbyCross, NarrowColumnStreetsGiveNoCross) {
+    // Column streets of 6 pixels against row streets of 26: the column
+    // bands (2 strips long) are below 0.3 of the row bands (22).
+    Grid g;
+    g.colHalf = 3;
+    EXPECT_TRUE(DetectCornersNearbyCross(g.Image()).empty());
+}
+
+TEST(DieCornerNearbyCross, ShortSidesAreNotComputed) {
+    // Rows of dies only 37 high between the inner crossings: their sides
+    // have 37 walk points, not more than 60, so no corner is computed there
+    // though the crossings exist (the outer rows face taller dies).
+    Grid g;
+    g.rowCentre = {100, 163, 226, 289, 352, 415, 478, 541};
+    const std::vector<CrossCorners> found = DetectCornersNearbyCross(g.Image());
+    int inner = 0;
+    for (const auto& f : found) {
+        if (f.cross.y <= 100 || f.cross.y >= 541) continue;
+        ++inner;
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(f.first[k].x, -1.f) << f.cross;
+    }
+    EXPECT_EQ(inner, 24);
+}
+
+TEST(DieCornerNearbyCross, FilterTextAndImage) {
+    const Grid g;
+    auto filter = test::Make(L"DetectCornerNearbyCross");
+    ASSERT_TRUE(filter);
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {g.Image()}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].type(), CV_8UC3);
+    const std::string text = platform::ToUtf8(filter->GetResult());
+    EXPECT_EQ(text.rfind("{ \"Count\":\"12\", \"Cross\":[{\"Cross\":\"0\", \"F_LT_X\":", 0), 0u) << text;
+    EXPECT_EQ(test::CountOf(text, "\"S_LB_Y\""), 12);
+    // Tiny or empty images: no crossing, no failure.
+    auto tiny = test::Make(L"DetectCornerNearbyCross");
+    test::RunPins(*tiny, {{1, {cv::Mat(5, 5, CV_8UC1, cv::Scalar(1))}}});
+    EXPECT_EQ(std::wstring(tiny->GetResult()), L"{ \"Count\":\"0\", \"Cross\":[]}");
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
+
+#include "inspect/die/DieCornerADI.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Alignment filters
+// ---------------------------------------------------------------------------
+
+struct HighCase {
+    const char* name;
+    cv::Rect blob;  // in a 200 x 200 image; the area is (70, 70, 60, 60)
+    bool found;
+    bool left, top, right, bottom;
+};
+
+class ADIHigh : public ::testing::TestWithParam<HighCase> {};
+
+TEST_P(ADIHigh, CentreAndLimits) {
+    const HighCase& c = GetParam();
+    cv::Mat image(200, 200, CV_8UC1, cv::Scalar(60));
+    image(c.blob).setTo(200);
+    ADISettings s;
+    s.sigma = 4.0f;
+    const ADIHighResult r = ADIHighAlign(Noisy(image, 1.0, 4), s);
+    ASSERT_EQ(r.found, c.found) << c.name;
+    const cv::Rect inArea = c.blob & cv::Rect(70, 70, 60, 60);
+    EXPECT_NEAR(r.centre.x, inArea.x + (inArea.width - 1) / 2.0, 1.0) << c.name;
+    EXPECT_NEAR(r.centre.y, inArea.y + (inArea.height - 1) / 2.0, 1.0) << c.name;
+    EXPECT_EQ(r.left, c.left);
+    EXPECT_EQ(r.top, c.top);
+    EXPECT_EQ(r.right, c.right);
+    EXPECT_EQ(r.bottom, c.bottom);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, ADIHigh,
+                         ::testing::Values(HighCase{"inside", {88, 92, 20, 14}, true, false, false, false, false},
+                                           HighCase{"cut_left", {60, 95, 25, 14}, true, true, false, false, false},
+                                           HighCase{"cut_bottom_right", {115, 118, 40, 40}, true, false, false, true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerADI, AreaLargerThanTheImageFails) {
+    ADISettings s;
+    s.inspWidth = 300;
+    cv::Point origin;
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    s.inspWidth = 60;
+    s.sigma = -1.0f;
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    s.sigma = std::nanf("");
+    EXPECT_TRUE(ADIBinaryArea(cv::Mat(200, 200, CV_8UC1, cv::Scalar(9)), s, origin).empty());
+    auto filter = test::Make(L"ADIHighAlign");
+    test::SetParams(*filter, {{L"InspWidth", L"500"}});
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {cv::Mat(200, 200, CV_8UC1, cv::Scalar(9))}}});
+    ASSERT_EQ(out.size(), 1u);  // the image still goes out
+    EXPECT_EQ(std::wstring(filter->GetResult()).rfind(L"{\"Center_X\":\"-1.0\", \"Center_Y\":\"-1.0\", \"Width\":\"-1\"", 0), 0u);
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die
