@@ -964,6 +964,7 @@ PIXMILL_API FlatPadResult VBcvBinarization_for_Flat_Pad(const char* padPath,
                                                         const char* resultPath, int x, int y,
                                                         int shape, int blackPad, int angle,
                                                         int offset);
+
 /* ---- Die corners and alignment ------------------------------------------- */
 
 /*
