@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "api/ImageRecords.h"
+#include "framework/DebugImages.h"
 #include "framework/Json.h"
 #include "inspect/Inspection.h"
 #include "inspect/die/DieCornerImage.h"
@@ -155,7 +156,8 @@ int CornerDetect(const uint8_t* image, int size, int width, int height, int x, i
         RecipeProcess(recipe, result, inputs.masters, outputs.mats, overrides.c_str());
     }
     const int code = ReadCornerResult(result, x, y, corners);
-    if (!outputs.mats.empty() && outputs.mats.front() && !outputs.mats.front()->empty())
+    // The result picture is for a person to look at: a debug image.
+    if (DebugImagesEnabled() && !outputs.mats.empty() && outputs.mats.front() && !outputs.mats.front()->empty())
         Files().Write(kResultImage, *outputs.mats.front());
     LogW(1, L"<CornerDetectF result=\"%d\"/>", code);
     return code;
