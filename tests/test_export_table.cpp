@@ -73,7 +73,7 @@ TEST_F(ExportTableTest, EveryExportIsDescribedCompletelyAndItsReferencesResolve)
                                          "pixels",     "pixels_out", "width",     "height",
                                          "size",       "chars",     "width_out",  "height_out",
                                          "text_out",   "handle",    "record_in",  "record_out",
-                                         "callback",   "user"};
+                                         "callback",   "user",      "ints_out",   "count"};
     std::set<std::string> records;
     for (const auto& r : m_doc["records"].GetArray()) {
         records.insert(r["name"].GetString());
@@ -96,7 +96,7 @@ TEST_F(ExportTableTest, EveryExportIsDescribedCompletelyAndItsReferencesResolve)
             }
             const std::string role = a["role"].GetString();
             const bool needsOf = role == "width" || role == "height" || role == "size" || role == "chars" ||
-                                 role == "width_out" || role == "height_out";
+                                 role == "width_out" || role == "height_out" || role == "count";
             if (needsOf) {
                 EXPECT_TRUE(a.HasMember("of"));
             }
