@@ -770,3 +770,166 @@ TEST(DieCornerADI, AreaLargerThanTheImageFails) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+
+#include "inspect/die/DieCornerADI.h"
+
+namespace pixmill::inspect::die {
+namespace {
+
+// A grid of dies, each a 2 x 2 group of round blobs 30 px apart; dies are
+// `pitch` apart, so the streets between them are wider than the gaps inside a
+// die. Returns the crossings of the streets (the middle of the four blobs
+// around each) whose blobs lie in the central 400 x 400 area. The offsets
+// keep every blob clear of the area's edges, so none is cut.
+struct BlobGrid {
+    double ox, oy;  // the first blob's centre
+    double pitch;
+    int level;      // blob level over a background near 60
+};
+
+cv::Mat DrawBlobGrid(const BlobGrid& g, std::vector<cv::Point2d>& crossings, int seed) {
+    cv::Mat image(480, 480, CV_8UC1);
+    for (int y = 0; y < image.rows; ++y)  // a gentle shading across the field
+        for (int x = 0; x < image.cols; ++x) image.at<uint8_t>(y, x) = cv::saturate_cast<uint8_t>(50 + x / 24 + y / 32);
+    const cv::Rect area(40, 40, 400, 400);
+    std::vector<double> xs, ys;
+    for (double d = std::fmod(g.ox, g.pitch) - g.pitch; d < 480 + g.pitch; d += g.pitch) xs.push_back(d);
+    for (double d = std::fmod(g.oy, g.pitch) - g.pitch; d < 480 + g.pitch; d += g.pitch) ys.push_back(d);
+    for (double dy : ys)
+        for (double dx : xs)
+            for (int j = 0; j < 2; ++j)
+                for (int i = 0; i < 2; ++i)
+                    cv::circle(image, cv::Point(cvRound((dx + 30 * i) * 16), cvRound((dy + 30 * j) * 16)), 10 * 16,
+                               cv::Scalar(g.level), cv::FILLED, cv::LINE_AA, 4);
+    crossings.clear();
+    for (double dy : ys)
+        for (double dx : xs) {
+            const double h = (g.pitch - 30) / 2;  // from a crossing to its blobs
+            const cv::Point2d c(dx + 30 + h, dy + 30 + h);
+            // The four blobs around it lie in the area.
+            if (c.x - h > area.x && c.y - h > area.y && c.x + h < area.br().x && c.y + h < area.br().y)
+                crossings.push_back(c);
+        }
+    cv::GaussianBlur(image, image, cv::Size(0, 0), 0.8);
+    return Noisy(image, 3.0, seed);
+}
+
+struct LowCase {
+    const char* name;
+    BlobGrid grid;
+};
+
+void PrintTo(const LowCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class ADILow : public ::testing::TestWithParam<LowCase> {};
+
+TEST_P(ADILow, FindsEveryStreetCrossing) {
+    const LowCase& c = GetParam();
+    std::vector<cv::Point2d> truth;
+    const cv::Mat image = DrawBlobGrid(c.grid, truth, 11);
+    ASSERT_FALSE(truth.empty());
+    const std::vector<cv::Point> found = ADILowAlign(image, ADILowSettings{});
+    ASSERT_EQ(found.size(), truth.size()) << c.name;
+    for (const cv::Point2d& t : truth) {
+        double nearest = 1e9;
+        for (const cv::Point& f : found) nearest = std::min(nearest, std::max(std::abs(f.x - t.x), std::abs(f.y - t.y)));
+        EXPECT_LE(nearest, 1.0) << c.name << " crossing at " << t;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, ADILow,
+                         ::testing::Values(LowCase{"pitch90", {62.0, 64.0, 90.0, 200}},
+                                           LowCase{"pitch100_subpixel", {55.4, 61.7, 100.0, 190}}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// Inputs that give no crossing, and why.
+struct LowMiss {
+    const char* name;
+    cv::Mat image;
+    ADILowSettings settings;
+};
+
+ADILowSettings LowWith(int lineY) {
+    ADILowSettings s;
+    s.lineY = lineY;
+    return s;
+}
+
+std::vector<LowMiss> LowMisses() {
+    std::vector<cv::Point2d> truth;
+    const cv::Mat grid = DrawBlobGrid({62.0, 64.0, 90.0, 200}, truth, 5);
+    // One blob per die: every gap is a street of the same width, so none
+    // stands out from the mean band and no street is taken.
+    cv::Mat plain(480, 480, CV_8UC1, cv::Scalar(60));
+    for (int y = 25; y < 480; y += 60)
+        for (int x = 25; x < 480; x += 60) cv::circle(plain, {x, y}, 10, cv::Scalar(200), cv::FILLED);
+    return {
+        {"empty", cv::Mat(), ADILowSettings{}},
+        {"tiny", cv::Mat(9, 9, CV_8UC1, cv::Scalar(100)), ADILowSettings{}},
+        {"area_larger_than_image", grid(cv::Rect(0, 0, 300, 300)).clone(), ADILowSettings{}},
+        {"negative_sigma", grid, [] { ADILowSettings s; s.area.sigma = -1.0f; return s; }()},
+        {"flat", cv::Mat(480, 480, CV_8UC1, cv::Scalar(90)), ADILowSettings{}},
+        {"one_kind_of_gap", plain, ADILowSettings{}},
+        {"streets_wider_than_LineY", grid, LowWith(20)},
+    };
+}
+
+void PrintTo(const LowMiss& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class ADILowNone : public ::testing::TestWithParam<LowMiss> {};
+
+TEST_P(ADILowNone, ReportsNoCrossing) {
+    EXPECT_TRUE(ADILowAlign(GetParam().image, GetParam().settings).empty()) << GetParam().name;
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, ADILowNone, ::testing::ValuesIn(LowMisses()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(DieCornerADI, LowAlignDropsACrossingWithABlobMissing) {
+    std::vector<cv::Point2d> truth;
+    cv::Mat image = DrawBlobGrid({62.0, 64.0, 90.0, 200}, truth, 9);
+    // The top left blob of the die right below the crossing at (212, 214)
+    // painted over with the street's level: three blobs remain around it.
+    const double street = cv::mean(image(cv::Rect(205, 207, 15, 15)))[0];
+    cv::circle(image, {242, 244}, 13, cv::Scalar(street), cv::FILLED);
+    const std::vector<cv::Point> found = ADILowAlign(image, ADILowSettings{});
+    EXPECT_EQ(found.size() + 1, truth.size());
+    for (const cv::Point& f : found) EXPECT_GT(cv::norm(cv::Point2d(f) - cv::Point2d(212, 214)), 20.0) << f;
+}
+
+TEST(DieCornerADI, LowAlignFilterReportsCrossingsInImageCoordinates) {
+    std::vector<cv::Point2d> truth;
+    const cv::Mat gray = DrawBlobGrid({55.4, 61.7, 100.0, 190}, truth, 3);
+    cv::Mat colour;
+    cv::cvtColor(gray, colour, cv::COLOR_GRAY2BGR);
+    auto filter = test::Make(L"ADILowAlign");
+    const std::vector<cv::Mat> out = test::RunPins(*filter, {{1, {colour}}});
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].type(), CV_8UC3);
+    const std::string text = platform::ToUtf8(filter->GetResult());
+    const std::vector<cv::Point> direct = ADILowAlign(gray, ADILowSettings{});
+    ASSERT_EQ(direct.size(), truth.size());
+    std::string expected = "{ \"Count\":\"" + std::to_string(direct.size()) + "\", \"crosses\":[";
+    for (size_t i = 0; i < direct.size(); ++i)
+        expected += (i ? "," : "") + std::string("{\"Cross\":\"") + std::to_string(i) + "\", \"X\":\"" +
+                    std::to_string(direct[i].x) + "\", \"Y\":\"" + std::to_string(direct[i].y) + "\"}";
+    EXPECT_EQ(text, expected + "]}");
+    for (const cv::Point& p : direct) {  // positive, inside the inspection area
+        EXPECT_GT(p.x, 40);
+        EXPECT_GT(p.y, 40);
+        EXPECT_LT(p.x, 440);
+        EXPECT_LT(p.y, 440);
+    }
+    // An area larger than the image: Count 0, the image still goes out.
+    auto small = test::Make(L"ADILowAlign");
+    const std::vector<cv::Mat> none = test::RunPins(*small, {{1, {cv::Mat(100, 100, CV_8UC1, cv::Scalar(7))}}});
+    ASSERT_EQ(none.size(), 1u);
+    EXPECT_EQ(std::wstring(small->GetResult()), L"{ \"Count\":\"0\", \"crosses\":[]}");
+}
+
+}  // namespace
+}  // namespace pixmill::inspect::die

@@ -68,6 +68,7 @@ const Swept kBuiltFilters[] = {
     {L"BlackBackgroundCornerDetectFilter", true},  // too small for dies: the colour image, Count 0
     {L"DetectCornerNearbyCross", true},  // no street on 16 x 16: the colour image, Count 0
     {L"ADIHighAlign", true},  // an area larger than the image: the colour image, -1.0
+    {L"ADILowAlign", true},  // an area larger than the image: the colour image, Count 0
 };
 
 void PrintTo(const Swept& swept, std::ostream* out) {

@@ -37,3 +37,25 @@ struct ADIHighResult {
 ADIHighResult ADIHighAlign(const cv::Mat& gray, const ADISettings& s);
 
 }  // namespace pixmill::inspect::die
+
+namespace pixmill::inspect::die {
+
+struct ADILowSettings {
+    ADISettings area{400, 400, 9.0f, 1.0f, true, 128};
+    int lineX = 80;  // the widest column band still taken for a street
+    int lineY = 80;  // the widest row band still taken for a street
+};
+
+// The street crossings of a grid of blobs in the flattened, opened binary
+// inspection area. Streets are runs of 5-pixel strips that are at least 99 %
+// background, longer than 1.5 times the mean run (so die streets stand out
+// from the narrower gaps between the blobs of a die), no longer than LineY
+// (rows) or LineX (columns), and strictly inside the span of blob centres.
+// A crossing needs a blob strictly in each quadrant around it; the nearest
+// four must agree in size (ratio above 0.5) and form a near-square (shortest
+// side over longest above 0.8). Its position is the area centroid of that
+// quadrilateral in image coordinates, truncated. Empty when the area does not
+// fit, the image is empty, or there are fewer than four blobs.
+std::vector<cv::Point> ADILowAlign(const cv::Mat& gray, const ADILowSettings& s);
+
+}  // namespace pixmill::inspect::die
