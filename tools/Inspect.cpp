@@ -41,16 +41,16 @@ struct ArgumentError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-struct ArgSpec {
+struct ArgEntry {
     std::string name, type, role, of, meaning;
 };
-struct FieldSpec {
+struct FieldEntry {
     std::string name, type;
 };
-struct ExportSpec {
+struct ExportEntry {
     std::string name, summary, returnType, failure;
-    std::vector<ArgSpec> args;
-    std::vector<FieldSpec> fields;
+    std::vector<ArgEntry> args;
+    std::vector<FieldEntry> fields;
 };
 
 // Capacity of an output buffer whose size the caller does not know before
@@ -62,7 +62,7 @@ constexpr size_t kDefaultIntEntries = 256;
 // Largest output buffer a command line may ask for.
 constexpr int kMaxCapacity = 256 << 20;
 
-std::vector<ExportSpec> LoadExports() {
+std::vector<ExportEntry> LoadExports() {
     const int bytes = PixmillDescribeExports(nullptr, 0);
     if (bytes <= 0) throw ToolError("the library gave no export description");
     std::wstring text(static_cast<size_t>(bytes) / sizeof(wchar_t), L'\0');
@@ -70,20 +70,20 @@ std::vector<ExportSpec> LoadExports() {
     rapidjson::Document doc;
     if (doc.Parse(Narrow(text).c_str()).HasParseError() || !doc.IsObject() || !doc.HasMember("exports"))
         throw ToolError("the export description does not parse");
-    std::vector<ExportSpec> out;
+    std::vector<ExportEntry> out;
     for (const auto& e : doc["exports"].GetArray()) {
-        ExportSpec spec;
-        spec.name = e["name"].GetString();
-        spec.summary = e["summary"].GetString();
-        spec.returnType = e["returns"]["type"].GetString();
-        spec.failure = e["failure"].GetString();
+        ExportEntry entry;
+        entry.name = e["name"].GetString();
+        entry.summary = e["summary"].GetString();
+        entry.returnType = e["returns"]["type"].GetString();
+        entry.failure = e["failure"].GetString();
         for (const auto& a : e["args"].GetArray())
-            spec.args.push_back({a["name"].GetString(), a["type"].GetString(), a["role"].GetString(),
+            entry.args.push_back({a["name"].GetString(), a["type"].GetString(), a["role"].GetString(),
                                  a.HasMember("of") ? a["of"].GetString() : "", a["meaning"].GetString()});
         if (e["returns"].HasMember("fields"))
             for (const auto& f : e["returns"]["fields"].GetArray())
-                spec.fields.push_back({f["name"].GetString(), f["type"].GetString()});
-        out.push_back(std::move(spec));
+                entry.fields.push_back({f["name"].GetString(), f["type"].GetString()});
+        out.push_back(std::move(entry));
     }
     return out;
 }
@@ -113,19 +113,19 @@ bool Unsupported(const std::string& role) {
     return role == "record_in" || role == "record_out" || role == "callback" || role == "user";
 }
 
-std::string WhyNotCallable(const ExportSpec& e) {
-    for (const ArgSpec& a : e.args)
+std::string WhyNotCallable(const ExportEntry& e) {
+    for (const ArgEntry& a : e.args)
         if (Unsupported(a.role))
             return e.name + " takes " + a.type + " " + a.name + ", which the tool cannot supply";
     return "";
 }
 
-void ListExports(const std::vector<ExportSpec>& exports) {
-    for (const ExportSpec& e : exports) {
+void ListExports(const std::vector<ExportEntry>& exports) {
+    for (const ExportEntry& e : exports) {
         std::cout << e.name << "  -> " << e.returnType << "\n    " << e.summary << "\n";
         const std::string why = WhyNotCallable(e);
         if (!why.empty()) std::cout << "    (not callable here: " << why << ")\n";
-        for (const ArgSpec& a : e.args) {
+        for (const ArgEntry& a : e.args) {
             if (!UserSupplied(a.role)) continue;
             std::string value = a.role == "pixels" ? "IMAGE" : a.role == "handle" ? "IMAGE[:ID],..." : a.type;
             if (a.role == "flag") value = "[0|1]";
@@ -161,9 +161,9 @@ int ParseFlag(const std::string& name, const std::string& text) {
 }
 
 // "--name value", "--name=value"; a flag may stand alone.
-std::map<std::string, std::string> ParseArguments(const ExportSpec& e, const std::vector<std::string>& words) {
-    std::map<std::string, const ArgSpec*> known;
-    for (const ArgSpec& a : e.args) known[a.name] = &a;
+std::map<std::string, std::string> ParseArguments(const ExportEntry& e, const std::vector<std::string>& words) {
+    std::map<std::string, const ArgEntry*> known;
+    for (const ArgEntry& a : e.args) known[a.name] = &a;
     std::map<std::string, std::string> values;
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string& w = words[i];
@@ -280,7 +280,7 @@ void WriteScalar(rapidjson::Writer<rapidjson::StringBuffer>& w, const std::strin
 
 class Call {
 public:
-    Call(const ExportSpec& e, std::map<std::string, std::string> values, std::string outDir)
+    Call(const ExportEntry& e, std::map<std::string, std::string> values, std::string outDir)
         : m_e(e), m_values(std::move(values)), m_outDir(std::move(outDir)) {}
     ~Call() {
         for (void* h : m_handles) ImageBufferRelease(h);
@@ -292,7 +292,7 @@ public:
     std::string Invoke(std::vector<std::string>& wrote);
     std::vector<std::string> PathArguments() const {
         std::vector<std::string> out;
-        for (const ArgSpec& a : m_e.args)
+        for (const ArgEntry& a : m_e.args)
             if (a.role == "path" && m_values.count(a.name)) out.push_back(m_values.at(a.name));
         return out;
     }
@@ -303,21 +303,21 @@ private:
             if (m_e.args[i].name == name) return i;
         throw ToolError("the export description names no argument '" + name + "'");
     }
-    const ArgSpec* SizerOf(const std::string& buffer, const std::string& role) const {
-        for (const ArgSpec& a : m_e.args)
+    const ArgEntry* SizerOf(const std::string& buffer, const std::string& role) const {
+        for (const ArgEntry& a : m_e.args)
             if (a.role == role && a.of == buffer) return &a;
         return nullptr;
     }
-    int UserInt(const ArgSpec& a) const { return static_cast<int>(ParseInteger(a.name, m_values.at(a.name))); }
+    int UserInt(const ArgEntry& a) const { return static_cast<int>(ParseInteger(a.name, m_values.at(a.name))); }
     // A capacity the command line gives for an output buffer.
-    size_t UserCapacity(const ArgSpec& a, size_t unit) const {
+    size_t UserCapacity(const ArgEntry& a, size_t unit) const {
         const int v = UserInt(a);
         if (v > kMaxCapacity / static_cast<int>(unit))
             throw ArgumentError("--" + a.name + " asks for more than " + std::to_string(kMaxCapacity >> 20) + " MiB");
         return v > 0 ? static_cast<size_t>(v) * unit : 0;
     }
 
-    const ExportSpec& m_e;
+    const ExportEntry& m_e;
     std::map<std::string, std::string> m_values;
     std::string m_outDir;
     std::vector<Slot> m_slots;
@@ -334,7 +334,7 @@ void Call::Prepare() {
     m_slots.assign(m_e.args.size(), Slot{});
     // Values from the command line first: derived sizes need the images.
     for (size_t i = 0; i < m_e.args.size(); ++i) {
-        const ArgSpec& a = m_e.args[i];
+        const ArgEntry& a = m_e.args[i];
         Slot& s = m_slots[i];
         const bool given = m_values.count(a.name) != 0;
         if (a.role == "number") {
@@ -396,22 +396,22 @@ void Call::Prepare() {
     }
     // Output buffers, then the sizes that go with them and with the images.
     for (size_t i = 0; i < m_e.args.size(); ++i) {
-        const ArgSpec& a = m_e.args[i];
+        const ArgEntry& a = m_e.args[i];
         if (a.role == "pixels_out") {
             size_t capacity = kDefaultPixelCapacity;
             if (!a.of.empty()) {
                 auto it = m_images.find(a.of);
                 capacity = it == m_images.end() ? 0 : it->second.total();
-            } else if (const ArgSpec* size = SizerOf(a.name, "size"); size && m_values.count(size->name)) {
+            } else if (const ArgEntry* size = SizerOf(a.name, "size"); size && m_values.count(size->name)) {
                 capacity = UserCapacity(*size, 1);
             }
             m_bytes[a.name].assign(capacity, 0);
             m_slots[i].p = capacity ? m_bytes[a.name].data() : nullptr;
         } else if (a.role == "text_out") {
             size_t bytes = kDefaultTextBytes;
-            if (const ArgSpec* size = SizerOf(a.name, "size"); size && m_values.count(size->name))
+            if (const ArgEntry* size = SizerOf(a.name, "size"); size && m_values.count(size->name))
                 bytes = UserCapacity(*size, 1);
-            if (const ArgSpec* chars = SizerOf(a.name, "chars"); chars && m_values.count(chars->name))
+            if (const ArgEntry* chars = SizerOf(a.name, "chars"); chars && m_values.count(chars->name))
                 bytes = UserCapacity(*chars, sizeof(wchar_t));
             m_texts[a.name].assign(bytes / sizeof(wchar_t) + 1, L'\0');
             m_slots[i].p = m_texts[a.name].data();
@@ -420,14 +420,14 @@ void Call::Prepare() {
             m_slots[i].p = &m_outInts[a.name];
         } else if (a.role == "ints_out") {
             size_t entries = kDefaultIntEntries;
-            if (const ArgSpec* count = SizerOf(a.name, "count"); count && m_values.count(count->name))
+            if (const ArgEntry* count = SizerOf(a.name, "count"); count && m_values.count(count->name))
                 entries = UserCapacity(*count, sizeof(int32_t)) / sizeof(int32_t);
             m_intArrays[a.name].assign(entries, 0);
             m_slots[i].p = entries ? m_intArrays[a.name].data() : nullptr;
         }
     }
     for (size_t i = 0; i < m_e.args.size(); ++i) {
-        const ArgSpec& a = m_e.args[i];
+        const ArgEntry& a = m_e.args[i];
         if (a.role != "width" && a.role != "height" && a.role != "size" && a.role != "chars" && a.role != "count")
             continue;
         if (m_values.count(a.name)) {  // the caller's own value wins
@@ -480,7 +480,7 @@ std::string Call::Invoke(std::vector<std::string>& wrote) {
     ffi_type record{};
     ffi_type* returnType;
     if (!m_e.fields.empty()) {
-        for (const FieldSpec& f : m_e.fields) elements.push_back(ScalarType(f.type));
+        for (const FieldEntry& f : m_e.fields) elements.push_back(ScalarType(f.type));
         elements.push_back(nullptr);
         record.type = FFI_TYPE_STRUCT;
         record.elements = elements.data();
@@ -516,7 +516,7 @@ std::string Call::Invoke(std::vector<std::string>& wrote) {
             WriteScalar(w, m_e.returnType, result.data());
         }
     }
-    for (const ArgSpec& a : m_e.args) {
+    for (const ArgEntry& a : m_e.args) {
         if (a.role == "width_out" || a.role == "height_out") {
             w.Key(a.name.c_str());
             w.Int(m_outInts[a.name]);
@@ -535,15 +535,15 @@ std::string Call::Invoke(std::vector<std::string>& wrote) {
 
     // Output pixels become PNG files, sized as their source image or as the
     // dimensions the export reported.
-    for (const ArgSpec& a : m_e.args) {
+    for (const ArgEntry& a : m_e.args) {
         if (a.role != "pixels_out" || m_bytes[a.name].empty()) continue;
         int width = 0, height = 0;
         if (auto img = m_images.find(a.of); img != m_images.end()) {
             width = img->second.cols;
             height = img->second.rows;
         } else {
-            const ArgSpec* wo = SizerOf(a.name, "width_out");
-            const ArgSpec* ho = SizerOf(a.name, "height_out");
+            const ArgEntry* wo = SizerOf(a.name, "width_out");
+            const ArgEntry* ho = SizerOf(a.name, "height_out");
             if (wo && ho) width = m_outInts[wo->name], height = m_outInts[ho->name];
         }
         const std::vector<uint8_t>& bytes = m_bytes[a.name];
@@ -558,8 +558,8 @@ std::string Call::Invoke(std::vector<std::string>& wrote) {
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
-const ExportSpec& FindExport(const std::string& name, const std::vector<ExportSpec>& all) {
-    for (const ExportSpec& e : all)
+const ExportEntry& FindExport(const std::string& name, const std::vector<ExportEntry>& all) {
+    for (const ExportEntry& e : all)
         if (e.name == name) return e;
     throw ArgumentError("unknown export '" + name + "' (pixmill inspect lists them)");
 }
@@ -578,14 +578,14 @@ CLI::App* AddInspectCommand(CLI::App& app, InspectOptions& options) {
 
 int RunInspect(const CLI::App& command, const InspectOptions& options) {
     try {
-        const std::vector<ExportSpec> exports = LoadExports();
+        const std::vector<ExportEntry> exports = LoadExports();
         if (options.name.empty()) {
             if (!command.remaining().empty())
                 throw ArgumentError("arguments without an export name: '" + command.remaining().front() + "'");
             ListExports(exports);
             return 0;
         }
-        const ExportSpec& e = FindExport(options.name, exports);
+        const ExportEntry& e = FindExport(options.name, exports);
         const std::string why = WhyNotCallable(e);
         if (!why.empty()) throw ArgumentError(why);
         Call call(e, ParseArguments(e, command.remaining()), options.outDir);
