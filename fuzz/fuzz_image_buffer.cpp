@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 default: return reinterpret_cast<void*>(in.ConsumeIntegral<uintptr_t>());
             }
         };
-        switch (in.ConsumeIntegralInRange(0, 6)) {
+        switch (in.ConsumeIntegralInRange(0, 8)) {
             case 0:
                 if (live.size() < 8) live.push_back(ImageBufferCreate());
                 break;
@@ -78,6 +78,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                 in.ConsumeIntegralInRange(-3, 40));
                 // The calling thread's error text is always a terminated text.
                 if (PixmillLastError() == nullptr) __builtin_trap();
+                break;
+            }
+            case 7: {
+                // The host extensions that take no image: the debug image
+                // switch, a log sink put in and taken out, the version and
+                // the export description with any capacity.
+                PixmillSetDebugImages(in.ConsumeIntegral<int>());
+                if (in.ConsumeBool()) {
+                    PixmillSetLogSink([](int, const char* line, void*) {
+                        if (line == nullptr) __builtin_trap();
+                    }, nullptr);
+                    ImageBufferRelease(pick());
+                    PixmillSetLogSink(nullptr, nullptr);
+                }
+                if (PixmillVersion() == nullptr) __builtin_trap();
+                // The description is built whole on each call: not too often.
+                if (in.ConsumeIntegralInRange(0, 7) == 0) {
+                    wchar_t text[64];
+                    const int whole = PixmillDescribeExports(
+                        in.ConsumeBool() ? text : nullptr, in.ConsumeIntegralInRange(-4, static_cast<int>(sizeof text)));
+                    if (whole <= 0) __builtin_trap();
+                }
                 break;
             }
             default: {
