@@ -1,6 +1,7 @@
 // Sequences of image buffer calls with arbitrary handles and sizes: create,
 // add, get, release, a recipe run by buffer ID and the canned focus measure
 // on a buffer.
+#include <limits>
 #include <vector>
 
 #include "FuzzSupport.h"
@@ -76,6 +77,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 std::vector<uint8_t> out(px.size());
                 TenengradFocusF(px.data(), in.ConsumeBool() ? out.data() : nullptr, w, hgt,
                                 in.ConsumeIntegralInRange(-3, 40));
+                // The background subtraction over the same pixels, with
+                // parameters inside and outside their ranges.
+                EnhanceImageF(in.ConsumeBool() ? px.data() : nullptr, in.ConsumeBool() ? out.data() : nullptr, w,
+                              hgt, in.ConsumeIntegralInRange(-5, 300),
+                              in.ConsumeBool() ? std::numeric_limits<float>::quiet_NaN()
+                                               : in.ConsumeFloatingPointInRange(-1.0f, 20.0f),
+                              in.ConsumeBool(), in.ConsumeBool(), in.ConsumeIntegralInRange(-2, 30), in.ConsumeBool());
                 // The calling thread's error text is always a terminated text.
                 if (PixmillLastError() == nullptr) __builtin_trap();
                 break;
