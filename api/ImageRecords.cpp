@@ -1,7 +1,5 @@
 #include "api/ImageRecords.h"
 
-#include "framework/BufferPool.h"
-
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -76,11 +74,11 @@ void ImagesFromRecord(const ImageParam* record, InputImages& images) {
         if ((d->channels == 1 || d->channels == 3) && d->data && d->width > 0 && d->height > 0) {
             const uint64_t need = static_cast<uint64_t>(d->width) * d->height * d->channels;
             if (d->size >= need) {
-                // From the pool: a host sending images of one size call after
-                // call gets the same memory back.
-                m = PooledMat();
-                m.create(d->height, d->width, d->channels == 1 ? CV_8UC1 : CV_8UC3);
-                std::memcpy(m.data, d->data, need);
+                // The caller's pixels are read in place, not copied: they stay
+                // valid for the whole call, no filter writes into an image it
+                // reads, and every image that leaves the library is copied
+                // into its own record.
+                m = cv::Mat(d->height, d->width, d->channels == 1 ? CV_8UC1 : CV_8UC3, d->data);
             } else {
                 LogW(4, L"<ERROR func=\"RecipeExecute\" image=\"%d\" size=\"%llu\" need=\"%llu\"/>",
                      i, static_cast<unsigned long long>(d->size),

@@ -35,7 +35,9 @@ struct InputImages {
 // dimension below 1) an empty Mat.
 cv::Mat MatFromPixels(const uint8_t* data, int64_t size, int width, int height);
 
-// The caller's ImageParam as input images. Null entries are skipped; an
+// The caller's ImageParam as input images: headers over the caller's own
+// pixels, valid for the length of the call and only ever read. Null entries
+// are skipped; an
 // entry whose channels are not 1 or 3, whose size is below what its
 // dimensions need, or whose pixels are null gives an empty image.
 void ImagesFromRecord(const ImageParam* record, InputImages& images);

@@ -52,6 +52,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kWidth = 2448;
 constexpr int kHeight = 2048;
 const cv::Rect kCrop(100, 100, 2048, 1600);
+// Executions per host thread in one throughput measurement.
+constexpr int kPerThread = 60;
 
 const wchar_t* const kRecipe =
     LR"({"Name":"bench","Filters":[)"
@@ -202,13 +204,44 @@ double ExecutionsPerSecond(int threads, int perThread) {
     return bad.load() ? 0.0 : threads * perThread / seconds;
 }
 
+// Executions per second of `threads` host threads, each making the direct
+// calls `perThread` times on its own images: what the machine itself allows.
+double DirectExecutionsPerSecond(int threads, int perThread) {
+    const cv::Mat1b scene = Scene();
+    std::atomic<bool> go{false};
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([&] {
+            const cv::Mat1b own = scene.clone();
+            Images images;
+            while (!go.load()) std::this_thread::yield();
+            for (int i = 0; i < perThread; ++i)
+                benchmark::DoNotOptimize(DirectPipeline(own, Extra::None, "", images).data);
+        });
+    const auto start = Clock::now();
+    go.store(true);
+    for (std::thread& w : workers) w.join();
+    return threads * perThread / std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+void DirectThroughput(benchmark::State& state) {
+    const int threads = static_cast<int>(state.range(0));
+    const int previous = cv::getNumThreads();
+    cv::setNumThreads(1);
+    double best = 0;
+    for (auto _ : state) best = std::max(best, DirectExecutionsPerSecond(threads, kPerThread));
+    cv::setNumThreads(previous);
+    state.counters["exec_per_s"] = best;
+    pixmill::bench::RecordBaseline("DirectThroughput/" + std::to_string(threads), best);
+}
+
 void Throughput(benchmark::State& state) {
     const int threads = static_cast<int>(state.range(0));
     const int previous = cv::getNumThreads();
     cv::setNumThreads(1);
     ExecutionsPerSecond(threads, 2);  // the pool fills for this many threads
     double best = 0;
-    for (auto _ : state) best = std::max(best, ExecutionsPerSecond(threads, 20));
+    for (auto _ : state) best = std::max(best, ExecutionsPerSecond(threads, kPerThread));
     cv::setNumThreads(previous);
     state.counters["exec_per_s"] = best;
     pixmill::bench::RecordBaseline("Throughput/" + std::to_string(threads), best);
@@ -248,6 +281,12 @@ int main(int argc, char** argv) {
         ->Unit(benchmark::kMillisecond)
         ->MinTime(2.0)
         ->UseRealTime();
+    benchmark::RegisterBenchmark("DirectThroughput", DirectThroughput)
+        ->Arg(1)
+        ->Arg(2)
+        ->Iterations(3)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
     benchmark::RegisterBenchmark("RecipeThroughput", Throughput)
         ->Arg(1)
         ->Arg(2)
@@ -268,5 +307,7 @@ int main(int argc, char** argv) {
                 ratio("RecipeExecute/best", "DirectPng/best"), ratio("RecipeExecute", "DirectPng"));
     std::printf("throughput:       2 threads / 1 thread (debug off)      = %.3f\n",
                 ratio("Throughput/2", "Throughput/1"));
+    std::printf("machine:          2 threads / 1 thread (direct calls)   = %.3f\n",
+                ratio("DirectThroughput/2", "DirectThroughput/1"));
     return rc;
 }

@@ -1,7 +1,10 @@
 #include "TestSupport.h"
 
 #include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <sstream>
@@ -87,6 +90,22 @@ std::string PixmillTest::ReadFile(const fs::path& p) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+ReadOnlyImage::ReadOnlyImage(const cv::Mat& image)
+    : m_size(image.total() * image.elemSize()), m_rows(image.rows), m_cols(image.cols),
+      m_type(image.type()) {
+    const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    m_mapped = (std::max<size_t>(m_size, 1) + page - 1) / page * page;
+    m_pages = ::mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m_pages == MAP_FAILED) throw std::runtime_error("mmap failed");
+    cv::Mat(m_rows, m_cols, m_type, m_pages).setTo(0);
+    image.copyTo(cv::Mat(m_rows, m_cols, m_type, m_pages));
+    if (::mprotect(m_pages, m_mapped, PROT_READ) != 0) throw std::runtime_error("mprotect failed");
+}
+
+ReadOnlyImage::~ReadOnlyImage() {
+    ::munmap(m_pages, m_mapped);
 }
 
 int CountOf(const std::string& haystack, const std::string& needle) {

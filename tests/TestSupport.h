@@ -57,6 +57,26 @@ protected:
     std::string m_trace;
 };
 
+// Pixels on pages that cannot be written: a write into them stops the test
+// with a fault. Holds a copy of `image`.
+class ReadOnlyImage {
+public:
+    explicit ReadOnlyImage(const cv::Mat& image);
+    ~ReadOnlyImage();
+    ReadOnlyImage(const ReadOnlyImage&) = delete;
+    ReadOnlyImage& operator=(const ReadOnlyImage&) = delete;
+    uint8_t* data() const { return static_cast<uint8_t*>(m_pages); }
+    uint64_t size() const { return m_size; }
+    // A header over the read-only pixels.
+    cv::Mat mat() const { return cv::Mat(m_rows, m_cols, m_type, m_pages); }
+
+private:
+    void* m_pages = nullptr;
+    size_t m_mapped = 0;
+    uint64_t m_size = 0;
+    int m_rows = 0, m_cols = 0, m_type = 0;
+};
+
 // Counts how often `needle` occurs in `haystack`.
 int CountOf(const std::string& haystack, const std::string& needle);
 

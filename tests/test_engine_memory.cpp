@@ -231,6 +231,42 @@ TEST_F(EngineMemoryTest, RepeatedRecipeRunsReuseTheirMemory) {
     EXPECT_GE(GetBufferPoolStats().reused, 20u * 3);
 }
 
+// The caller's pixels are read where they lie: on read-only pages a recipe
+// of several filters and two end points runs without a fault and answers
+// exactly as it does on a writable copy.
+TEST_F(EngineMemoryTest, CallersPixelsAreReadInPlaceAndNeverWritten) {
+    const wchar_t* recipe =
+        LR"({"Filters":[{"Name":"src","Key":"s","Type":"SourceFilter","Params":[{"Key":"ImageID","Value":"1"}],"Pins":[{"Key":-1}]},)"
+        LR"({"Name":"crop","Key":"c","Type":"CropFilter","IsEndPoint":true,"Params":[{"Key":"x","Value":"3"},{"Key":"y","Value":"2"},{"Key":"width","Value":"40"},{"Key":"height","Value":"30"}],)"
+        LR"("Pins":[{"Key":1,"Link":{"FilterKey":"s","PinKey":-1}},{"Key":-1}]},)"
+        LR"({"Name":"blur","Key":"g","Type":"GaussianBlurFilter","Pins":[{"Key":1,"Link":{"FilterKey":"s","PinKey":-1}},{"Key":-1}]},)"
+        LR"({"Name":"inv","Key":"i","Type":"InvertFilter","Pins":[{"Key":1,"Link":{"FilterKey":"g","PinKey":-1}},{"Key":-1}]},)"
+        LR"({"Name":"bin","Key":"t","Type":"ThresholdFilter","IsEndPoint":true,"Pins":[{"Key":1,"Link":{"FilterKey":"i","PinKey":-1}},{"Key":-1}]}]})";
+    cv::Mat1b scene(60, 80);
+    cv::randu(scene, 0, 255);
+    const ReadOnlyImage pixels(scene);
+    auto run = [&](uint8_t* data) {
+        ImageData image{80, 60, 1, 1, scene.total(), data};
+        ImageData* list[] = {&image};
+        ImageParam input{1, list, nullptr, 0}, output{};
+        RecipeExecute(&input, &output, recipe, nullptr);
+        std::vector<cv::Mat> images;
+        for (int i = 0; i < output.count; ++i) {
+            const ImageData* d = output.images[i];
+            images.push_back(cv::Mat(d->height, d->width, CV_8UC(d->channels), d->data).clone());
+        }
+        ImageParamRelease(&output);
+        return images;
+    };
+    const std::vector<cv::Mat> fromPages = run(pixels.data());
+    const std::vector<cv::Mat> fromCopy = run(scene.data);
+    ASSERT_EQ(fromPages.size(), 2u);
+    ASSERT_EQ(fromCopy.size(), 2u);
+    EXPECT_EQ(cv::countNonZero(fromPages[0] != scene(cv::Rect(3, 2, 40, 30))), 0);
+    EXPECT_EQ(fromPages[1].size(), scene.size());
+    for (size_t i = 0; i < 2; ++i) EXPECT_EQ(cv::norm(fromPages[i], fromCopy[i], cv::NORM_INF), 0);
+}
+
 // ---------------------------------------------------------------------------
 // Debug images
 // ---------------------------------------------------------------------------

@@ -102,9 +102,12 @@ TEST_P(RegistrySweep, CreatesDescribesAndRuns) {
               std::wstring::npos);
 
     // One run on a small gray image, defaults only: failures inside Proc are
-    // contained, so the call returns and the entry is listed.
+    // contained, so the call returns and the entry is listed. The image lies
+    // on read-only pages, as a caller's pixels are only read: a filter that
+    // writes into its input stops the test with a fault.
     EnableFileLog(4);
-    cv::Mat gray(16, 16, CV_8UC1, cv::Scalar(128));
+    const ReadOnlyImage pixels(cv::Mat(16, 16, CV_8UC1, cv::Scalar(128)));
+    cv::Mat gray = pixels.mat();
     std::vector<MasterImage> inputs{{&gray, 1}};
     std::vector<cv::Mat*> outputs;
     std::wstring result;

@@ -41,8 +41,9 @@ typedef struct ImageData {
 
 /*
  * A list of images, and on output the result document.
- * Input: filled by the caller, who keeps owning it; the library copies the
- * pixels. Output: the caller provides the record (zero-filled); the library
+ * Input: filled by the caller, who keeps owning it; the library reads the
+ * pixels in place during the call, never writes into them and keeps no
+ * reference to them after it returns. Output: the caller provides the record (zero-filled); the library
  * allocates `images`, each ImageData, each pixel block and `result`, and
  * the caller gives the record back to ImageParamRelease.
  */
