@@ -294,6 +294,39 @@ INSTANTIATE_TEST_SUITE_P(DieCorner, CornerDetectFCrops,
                                            DetectCase{"background_only", {10, 380, 120, 90}, -1}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// White dies on pure black (0), the same three dies: the bright recipe
+// thresholds at Otsu's level among the grays above 127, never below 128.
+// A die at 80 lies under that floor and is not seen; one just above it
+// (130) with noise splits into speckle and is not seen either; a bright
+// die (240) is found with its corners within 2 pixels, pulled inward
+// where the level sits high on the die's blurred rim.
+struct BlackCaseF {
+    const char* name;
+    double level, noise;
+    int code;
+};
+
+class CornerDetectFOnBlack : public CornerDetectFTest, public ::testing::WithParamInterface<BlackCaseF> {};
+
+TEST_P(CornerDetectFOnBlack, BrightDiesOnlyAboveTheFloor) {
+    const BlackCaseF c = GetParam();
+    std::vector<Die> dies = {{200.4, 160.3, 100, 80, 0.8}, {350.4, 160.3, 100, 80, 0.8}, {200.4, 300.3, 100, 80, 0.8}};
+    int corners[10] = {};
+    ASSERT_EQ(Run(DieImage({480, 480}, dies, 0, c.level, c.noise, 5), {110, 90, 160, 140}, 0, corners), c.code);
+    if (c.code != 1) return;
+    const std::vector<cv::Point2d> truth = dies[0].Corners();
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_NEAR(corners[2 + 2 * k], truth[k].x, 2.0) << "corner " << k;
+        EXPECT_NEAR(corners[3 + 2 * k], truth[k].y, 2.0) << "corner " << k;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, CornerDetectFOnBlack,
+                         ::testing::Values(BlackCaseF{"under_the_floor", 80, 2, -1},
+                                           BlackCaseF{"speckle_near_the_floor", 130, 10, -1},
+                                           BlackCaseF{"bright", 240, 5, 1}, BlackCaseF{"saturated", 255, 2, 1}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 TEST_F(CornerDetectFTest, DarkDiesNeedTheDarkRecipe) {
     // Dark dies (40) on a lighter background (110): only whiteOnBlack
     // non-zero (dark features binarised) finds the die.
@@ -399,43 +432,67 @@ TEST_P(FramedTheta, LineOfTheDieInTheSharpFrame) {
 INSTANTIATE_TEST_SUITE_P(DieCorner, FramedTheta, ::testing::Range(0, 4));
 
 struct CornerSeriesCase {
+    const char* name;
     int cpos;
     bool extended;
+    cv::Point2d corner;  // the die's corner point, pixel-centre coordinates
+    double angle;        // degrees
+    int sharpIndex;      // the one sharp frame of three
+    double texture;      // spread of the die's circuit texture; 0: a plain die
 };
+
+void PrintTo(const CornerSeriesCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class FramedCorner : public FramedDieTest, public ::testing::WithParamInterface<CornerSeriesCase> {};
 
+// A die turned slightly about its corner, reaching out of the frame on the
+// two sides away from the reference corner, drawn with exact coverage in
+// three frames: one sharp, two blurred. The answer is the centre of the
+// die's corner pixel, half a pixel inside the corner point on both axes.
 TEST_P(FramedCorner, CornerNearestTheReference) {
-    const auto [cpos, extended] = GetParam();
-    // The die reaches out of the frame on the two sides away from the
-    // reference corner; its one corner in view is the truth.
-    const cv::Point corner[4] = {{150, 131}, {331, 127}, {337, 352}, {146, 349}};
-    const cv::Point c = corner[cpos];
+    const CornerSeriesCase c = GetParam();
+    const double sx = (c.cpos == 0 || c.cpos == 3) ? 1 : -1, sy = c.cpos < 2 ? 1 : -1;
+    const double a = c.angle * CV_PI / 180, cs = std::cos(a), sn = std::sin(a);
+    auto at = [&](double dx, double dy) {
+        return cv::Point2d(c.corner.x + cs * dx - sn * dy, c.corner.y + sn * dx + cs * dy);
+    };
+    const std::vector<cv::Point2d> die{at(0, 0), at(sx * 2000, 0), at(sx * 2000, sy * 2000), at(0, sy * 2000)};
     for (int i = 0; i < 3; ++i) {
-        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40 + i));
-        const cv::Rect die = cpos == 0   ? cv::Rect(c.x, c.y, 1000, 1000)
-                             : cpos == 1 ? cv::Rect(-10, c.y, c.x + 11, 1000)
-                             : cpos == 2 ? cv::Rect(-10, -10, c.x + 11, c.y + 11)
-                                         : cv::Rect(c.x, -10, 1000, c.y + 11);
-        // Dies carry circuit texture; the fusion keeps textured bright parts.
-        cv::Mat texture(480, 640, CV_8UC1);
-        cv::RNG(3).fill(texture, cv::RNG::NORMAL, 175 + 5 * i, 18);
-        texture(die & cv::Rect(0, 0, 640, 480)).copyTo(f(die & cv::Rect(0, 0, 640, 480)));
-        cv::GaussianBlur(f, f, {0, 0}, 0.6 + 0.3 * i);
-        WriteImage("C:\\frames\\dFDC" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 40 + i));
+        cv::Mat cover(480, 640, CV_8UC1, cv::Scalar(0)), share, texture(480, 640, CV_32F), frame;
+        FillCovered(cover, die, 255);
+        cover.convertTo(share, CV_32F, 1.0 / 255);
+        cv::RNG(3 + i).fill(texture, cv::RNG::NORMAL, 175, c.texture);
+        cv::Mat(40.0 * (1 - share) + texture.mul(share)).convertTo(frame, CV_8U);
+        cv::GaussianBlur(frame, frame, {0, 0}, i == c.sharpIndex ? 0.5 : 2.5);
+        WriteImage("C:\\frames\\dFDC" + std::to_string(i) + ".bmp", Noisy(frame, 2.0, 40 + i));
     }
-    const FDPoint r = extended ? VBcvFDCornerFind_Ex(kPrefix, cpos, 3) : VBcvFDCornerFind(kPrefix, cpos, 3);
-    EXPECT_NEAR(r.X, c.x, 1.5) << m_trace;
-    EXPECT_NEAR(r.Y, c.y, 1.5);
+    const FDPoint r = c.extended ? VBcvFDCornerFind_Ex(kPrefix, c.cpos, 3) : VBcvFDCornerFind(kPrefix, c.cpos, 3);
+    const cv::Point2d truth = at(sx * 0.5, sy * 0.5);
+    EXPECT_NEAR(r.X, truth.x, 1.0) << m_trace;
+    EXPECT_NEAR(r.Y, truth.y, 1.0);
     EXPECT_EQ(r.Value, -1.0);
     EXPECT_TRUE(platform::FileExists(platform::NativePath(std::wstring(L"C:\\PROBERPARAM\\ParaImg\\FrmadeDieCorner.jpg"))));
 }
 
-INSTANTIATE_TEST_SUITE_P(DieCorner, FramedCorner,
-                         ::testing::Values(CornerSeriesCase{0, false}, CornerSeriesCase{1, false},
-                                           CornerSeriesCase{2, false}, CornerSeriesCase{3, false},
-                                           CornerSeriesCase{0, true}, CornerSeriesCase{1, true},
-                                           CornerSeriesCase{2, true}, CornerSeriesCase{3, true}));
+// Corners far from and near their reference (a die covering most of the
+// frame leaves the extended search no frame by its Otsu rule), turned
+// either way (the outline then starts at another point), the sharp frame
+// first, in the middle or last (last is never fused), textured or plain
+// (a plain die fuses to an open rim).
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, FramedCorner,
+    ::testing::Values(CornerSeriesCase{"tl", 0, false, {184.0, 153.7}, -0.85, 0, 18},
+                      CornerSeriesCase{"tl_near_plain_last", 0, false, {153.5, 101.6}, 0.6, 2, 0},
+                      CornerSeriesCase{"tr_last", 1, false, {323.7, 182.2}, 0.44, 2, 18},
+                      CornerSeriesCase{"br_plain", 2, false, {356.5, 350.3}, -0.78, 1, 0},
+                      CornerSeriesCase{"bl", 3, false, {112.3, 323.4}, 0.11, 0, 18},
+                      CornerSeriesCase{"ex_tl_near", 0, true, {153.5, 101.6}, -0.84, 1, 18},
+                      CornerSeriesCase{"ex_tr_near", 1, true, {358.2, 131.1}, 0.33, 1, 18},
+                      CornerSeriesCase{"ex_br_plain", 2, true, {267.5, 267.3}, 0.25, 2, 0},
+                      CornerSeriesCase{"ex_bl_last", 3, true, {158.4, 280.7}, -0.68, 2, 18}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace pixmill::inspect::die
@@ -933,3 +990,4 @@ TEST(DieCornerADI, LowAlignFilterReportsCrossingsInImageCoordinates) {
 
 }  // namespace
 }  // namespace pixmill::inspect::die
+

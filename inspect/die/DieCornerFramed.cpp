@@ -27,8 +27,8 @@ constexpr int kBehind = 20;
 constexpr const wchar_t* kCornerImage = L"C:\\PROBERPARAM\\ParaImg\\FrmadeDieCorner.jpg";
 
 // The slot of the four-point outline holding the corner kind of `cpos`.
-// An outline starts at its top-left point and runs down its left side
-// first, so the slots hold top-left, bottom-left, bottom-right and
+// The four points are put in outline order from the top-left point down
+// the left side, so the slots hold top-left, bottom-left, bottom-right and
 // top-right corners in turn; cpos 0 to 3 look for top-left, top-right,
 // bottom-right and bottom-left.
 int CornerSlot(int cpos) {
@@ -250,6 +250,26 @@ std::vector<bool> MarkedLines(const cv::Mat& image, double level) {
     return marked;
 }
 
+// Puts the four points of an outline in the order top-left, bottom-left,
+// bottom-right, top-right by their places in the object, not by where its
+// contour happens to start: a die turned a fraction of a degree one way
+// starts its contour at another point than one turned the other way. Left
+// as found when the four places do not fall on four distinct points.
+void InOutlineOrder(std::array<cv::Point, 4>& p) {
+    auto pick = [&](auto key, bool greatest) {
+        int best = 0;
+        for (int k = 1; k < 4; ++k)
+            if (greatest ? key(p[k]) > key(p[best]) : key(p[k]) < key(p[best])) best = k;
+        return best;
+    };
+    const auto sum = [](cv::Point q) { return q.x + q.y; };
+    const auto diff = [](cv::Point q) { return q.x - q.y; };
+    const int tl = pick(sum, false), br = pick(sum, true), tr = pick(diff, true), bl = pick(diff, false);
+    const int mask = (1 << tl) | (1 << br) | (1 << tr) | (1 << bl);
+    if (mask != 0xF) return;
+    p = {p[tl], p[bl], p[br], p[tr]};
+}
+
 double SideAngle(cv::Point a, cv::Point b) {
     return std::atan2(static_cast<double>(b.y - a.y), static_cast<double>(b.x - a.x)) * 180.0 / CV_PI;
 }
@@ -291,9 +311,14 @@ CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag)
         const cv::RotatedRect box = cv::minAreaRect(contours[i]);
         cv::Point2f corners[4];
         box.points(corners);
+        // Box points come out of a rotation in single precision: a point on
+        // the fifth line from a side may read 473.99998. A hundredth of a
+        // pixel of slack keeps such a point on the line it lies on.
         int nearLimit = 0;
+        constexpr float kSlack = 0.01f;
         for (const cv::Point2f& p : corners)
-            nearLimit += p.x <= 5 || p.y <= 5 || p.x >= W - 1 - 5 || p.y >= H - 1 - 5;
+            nearLimit += p.x <= 5 + kSlack || p.y <= 5 + kSlack || p.x >= W - 1 - 5 - kSlack ||
+                         p.y >= H - 1 - 5 - kSlack;
         if (nearLimit < 2 || area <= 500.0 || box.size.width <= 20.0 || box.size.height <= 20.0)
             cv::drawContours(kept, contours, static_cast<int>(i), cv::Scalar(0), cv::FILLED);
     }
@@ -310,6 +335,7 @@ CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag)
         std::array<cv::Point, 4> p;
         std::array<int, 4> idx;
         if (!ContourFourPoints(c, p, idx)) continue;
+        InOutlineOrder(p);
         const cv::RotatedRect box = cv::minAreaRect(c);
         if (cv::norm(p[1] - p[0]) < 20.0 || cv::norm(p[3] - p[2]) < 20.0) continue;
         double angle[4];
@@ -346,6 +372,129 @@ CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag)
 
 namespace {
 
+// Refinement of a corner found on the fused image. The fused outline runs
+// along the outermost bright pixels that survive the contrast cleaning, so
+// its vertices sit a pixel or three off the die's sides, more on blurred
+// frames. The sides themselves are measured in the sharpest frame of the
+// series: along each side, a short scan across it finds the strongest
+// dark-to-bright step (to sub-pixel by a parabola through the three best
+// values), a line is fitted through those steps, and the two lines meet at
+// the corner. The answer is the centre of the die's corner pixel, as the
+// outline gives it. Without enough clean steps on both sides, or with a
+// meeting point more than kRefineReach pixels from the outline's corner,
+// the outline's corner stands.
+constexpr int kRefineReach = 6;
+constexpr int kSideFrom = 6, kSideTo = 46;  // distance along a side from the corner
+constexpr int kAcross = 10;                 // half length of a scan across a side
+constexpr double kMinStep = 4.0;            // grays per pixel, after averaging 3 lines
+
+// A line a + b * t through (t, u) points by least squares, fitted again
+// without points more than a pixel off the first fit. False with fewer
+// than 8 points left.
+bool FitLine(const std::vector<cv::Point2d>& pts, double& a, double& b) {
+    auto fit = [&](const std::vector<cv::Point2d>& q) {
+        const double n = static_cast<double>(q.size());
+        double st = 0, su = 0, stt = 0, stu = 0;
+        for (const cv::Point2d& p : q) st += p.x, su += p.y, stt += p.x * p.x, stu += p.x * p.y;
+        const double det = n * stt - st * st;
+        if (q.size() < 8 || std::abs(det) < 1e-9) return false;
+        b = (n * stu - st * su) / det;
+        a = (su - b * st) / n;
+        return true;
+    };
+    if (!fit(pts)) return false;
+    std::vector<cv::Point2d> close;
+    for (const cv::Point2d& p : pts)
+        if (std::abs(p.y - (a + b * p.x)) <= 1.0) close.push_back(p);
+    return fit(close);
+}
+
+// Steps across one side of the die: for each position t along the side
+// (columns for a top or bottom side, rows for a left or right side), the
+// sub-pixel place u of the strongest change from dark to bright going
+// into the die (`inward` +1 or -1 along u).
+std::vector<cv::Point2d> SideSteps(const cv::Mat& f, bool alongX, cv::Point corner, int along, int inward) {
+    std::vector<cv::Point2d> steps;
+    const int tLimit = alongX ? f.cols : f.rows, uLimit = alongX ? f.rows : f.cols;
+    const int t0 = alongX ? corner.x : corner.y, u0 = alongX ? corner.y : corner.x;
+    auto at = [&](int t, int u) { return f.at<float>(alongX ? u : t, alongX ? t : u); };
+    for (int d = kSideFrom; d <= kSideTo; ++d) {
+        const int t = t0 + along * d;
+        if (t < 1 || t > tLimit - 2) break;
+        const int uFrom = std::max(u0 - kAcross, 1), uTo = std::min(u0 + kAcross, uLimit - 2);
+        if (uTo - uFrom < 4) break;
+        double best = 0;
+        int bestU = -1;
+        std::vector<double> g(uTo - uFrom + 1, 0.0);
+        for (int u = uFrom; u <= uTo; ++u) {
+            double step = 0;
+            for (int k = -1; k <= 1; ++k) step += at(t + k, u + 1) - at(t + k, u - 1);
+            g[u - uFrom] = inward * step / 6.0;
+            if (g[u - uFrom] > best) best = g[u - uFrom], bestU = u;
+        }
+        if (bestU <= uFrom || bestU >= uTo || best < kMinStep) continue;
+        const double l = g[bestU - 1 - uFrom], c = g[bestU - uFrom], r = g[bestU + 1 - uFrom];
+        const double den = l - 2 * c + r;
+        const double shift = den < 0 ? std::clamp(0.5 * (l - r) / den, -0.5, 0.5) : 0.0;
+        steps.emplace_back(t, bestU + shift);
+    }
+    return steps;
+}
+
+// The frame of the series sharpest inside `window` (by the spread of its
+// Laplacian); null for an empty series or window.
+const cv::Mat* SharpestFrame(const std::vector<cv::Mat>& frames, cv::Rect window) {
+    const cv::Mat* sharpest = nullptr;
+    double sharpness = -1.0;
+    for (const cv::Mat& frame : frames) {
+        const cv::Rect inside = window & cv::Rect(0, 0, frame.cols, frame.rows);
+        if (inside.area() == 0) continue;
+        cv::Mat lap;
+        cv::Laplacian(frame(inside), lap, CV_32F);
+        cv::Scalar mean, dev;
+        cv::meanStdDev(lap, mean, dev);
+        if (dev[0] > sharpness) sharpness = dev[0], sharpest = &frame;
+    }
+    return sharpest;
+}
+
+// The die of a frame as a solid mask: the frame split at its Otsu level.
+// Empty when the two sides differ by less than kMinSplit grays, as in a
+// frame of border or die alone, where the split would only cut noise.
+constexpr double kMinSplit = 30.0;
+cv::Mat SplitMask(const cv::Mat& frame) {
+    cv::Mat mask;
+    cv::threshold(frame, mask, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    const int bright = cv::countNonZero(mask);
+    if (bright == 0 || bright == static_cast<int>(mask.total())) return cv::Mat();
+    if (cv::mean(frame, mask)[0] - cv::mean(frame, ~mask)[0] < kMinSplit) return cv::Mat();
+    cv::morphologyEx(mask, mask, cv::MORPH_OPEN, cv::getStructuringElement(cv::MORPH_RECT, {3, 3}));
+    return mask;
+}
+
+cv::Point2d RefineCorner(const std::vector<cv::Mat>& frames, cv::Point corner, int cpos) {
+    const cv::Point2d coarse(corner.x, corner.y);
+    // The die lies to the right of a left corner and below a top corner.
+    const int sx = (cpos == 0 || cpos == 3) ? 1 : -1, sy = cpos < 2 ? 1 : -1;
+    const cv::Mat* sharpest =
+        SharpestFrame(frames, cv::Rect(corner.x - kSideTo, corner.y - kSideTo, 2 * kSideTo + 1, 2 * kSideTo + 1));
+    if (!sharpest) return coarse;
+    cv::Mat f;
+    sharpest->convertTo(f, CV_32F);
+    double a1, b1, a2, b2;
+    // Top or bottom side: y = a1 + b1 * x. Left or right side: x = a2 + b2 * y.
+    if (!FitLine(SideSteps(f, true, corner, sx, sy), a1, b1)) return coarse;
+    if (!FitLine(SideSteps(f, false, corner, sy, sx), a2, b2)) return coarse;
+    const double den = 1.0 - b1 * b2;
+    if (std::abs(den) < 1e-6) return coarse;
+    const double x = (a2 + b2 * a1) / den, y = a1 + b1 * x;
+    const cv::Point2d refined(x + 0.5 * sx, y + 0.5 * sy);
+    if (!std::isfinite(refined.x) || !std::isfinite(refined.y) || std::abs(refined.x - coarse.x) > kRefineReach ||
+        std::abs(refined.y - coarse.y) > kRefineReach)
+        return coarse;
+    return refined;
+}
+
 FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, bool extended) noexcept {
     const char* tag = extended ? "VBcvFDCornerFind_Ex" : "VBcvFDCornerFind";
     return RunGuarded(
@@ -365,6 +514,10 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
                     // dominated by a glare above the die has it far below.
                     for (const cv::Mat& r : regions)
                         if (OtsuLevel(r.data, r.cols, r.rows) > pin::GrayMean(r) - 5.0) used.push_back(r);
+                    // A die covering more than half the frame has its Otsu
+                    // level below the mean in every frame: then the whole
+                    // series is fused, as the plain search does.
+                    if (used.empty()) used = regions;
                 } else {
                     // Trailing frames equal in mean gray to the one before are
                     // repeats of a stalled camera: the usable count ends at
@@ -378,17 +531,31 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
                     used.assign(regions.begin(), regions.begin() + usable);
                 }
                 const cv::Mat fused = FuseSeries(used, extended);
-                const CornerLists lists = FusedCorners(fused, extended, tag);
+                CornerLists lists = FusedCorners(fused, extended, tag);
+                // A die without texture fuses to its rim alone, which is open
+                // where the die runs out of the frame and outlines no corner.
+                // Its sharpest frame, split at its Otsu level, gives the die
+                // as a solid shape to outline instead.
+                if (lists[CornerSlot(cpos)].empty()) {
+                    const cv::Mat* sharpest = SharpestFrame(regions, cv::Rect(0, 0, kRegion, kRegion));
+                    const cv::Mat mask = sharpest ? SplitMask(*sharpest) : cv::Mat();
+                    if (!mask.empty()) lists = FusedCorners(mask, extended, tag);
+                }
                 FDPoint r = kNoFDPoint;
                 const cv::Point ref = Reference(cpos);
                 double best = 10000.0;
+                cv::Point nearest(-1, -1);
                 for (const cv::Point& p : lists[CornerSlot(cpos)]) {
                     const double d = cv::norm(p - ref);
                     if (d < best) {
                         best = d;
-                        r.X = p.x;
-                        r.Y = p.y;
+                        nearest = p;
                     }
+                }
+                if (nearest.x >= 0) {
+                    const cv::Point2d refined = RefineCorner(regions, nearest, cpos);
+                    r.X = refined.x;
+                    r.Y = refined.y;
                 }
                 cv::Mat canvas;
                 cv::cvtColor(fused.empty() ? cv::Mat::zeros(kRegion, kRegion, CV_8UC1) : fused, canvas,
