@@ -536,7 +536,9 @@ TEST_P(FramedFailure, AllMinusOneAndItsLine) {
     EXPECT_EQ(r.X, -1.0) << c.name;
     EXPECT_EQ(r.Y, -1.0) << c.name;
     EXPECT_EQ(r.Value, -1.0) << c.name;
-    if (*c.line) EXPECT_NE(m_trace.find(c.line), std::string::npos) << c.name << "\n" << m_trace;
+    if (*c.line) {
+        EXPECT_NE(m_trace.find(c.line), std::string::npos) << c.name << "\n" << m_trace;
+    }
 }
 
 const cv::Size kCamera(640, 480);

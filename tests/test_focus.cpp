@@ -373,7 +373,9 @@ TEST_F(FocusTest, LctAcceptsAnAreaOfHalfTheImageAndNothingSmaller) {
         cv::rectangle(m, cv::Rect(40, 30, width, 80), 100, cv::FILLED);
         const filters::LctBrightness b = filters::MeasureLctBrightness(m, true);
         EXPECT_EQ(!b.area.empty(), width == 100);
-        if (width < 100) EXPECT_EQ(b.bright, 0.0);
+        if (width < 100) {
+            EXPECT_EQ(b.bright, 0.0);
+        }
     }
     // Nothing above 50 after the blur, a one-pixel image, an area too thin to
     // shrink: all 0.0. A small uniform area has nothing standing on it and

@@ -52,7 +52,9 @@ TEST_F(LogSinkTest, SinkTakesTheFilesPlaceAtTheFileThresholdAndRemovalRestoresIt
         std::vector<int> levels;
         for (const auto& [level, line] : got.lines) levels.push_back(level);
         EXPECT_EQ(levels, c.levelsSeen);
-        if (!got.lines.empty()) EXPECT_EQ(got.lines.back().second, "<ERROR what=\"\u00e9t\u00e9\"/>");
+        if (!got.lines.empty()) {
+            EXPECT_EQ(got.lines.back().second, "<ERROR what=\"\u00e9t\u00e9\"/>");
+        }
         EXPECT_EQ(ReadLog(), "") << "no file while the sink is installed";
 
         logging::LogA(4, "after removal");

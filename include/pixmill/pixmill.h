@@ -1005,16 +1005,22 @@ PIXMILL_API FDPoint VBcvFDThetaFind(const char* path, int cpos, int count);
 /*
  * The series fused (bright parts of the frames up to the last change of
  * mean gray), the die objects reaching the frame's sides outlined by their
- * convex hulls, and the corner of slot cpos nearest the reference corner;
- * corners within 20 pixels of a side are never taken. Writes
- * "C:\PROBERPARAM\ParaImg\FrmadeDieCorner.jpg", also on failure.
+ * convex hulls, and the corner of kind cpos (top-left, top-right,
+ * bottom-right, bottom-left) nearest the reference corner; corners within
+ * 20 pixels of a side are never taken. A plain die, which fuses to an open
+ * rim, is outlined from its sharpest frame split at its Otsu level. The
+ * corner is then measured on the die's two sides in the sharpest frame of
+ * the series: X, Y is the centre of the die's corner pixel, to a fraction of
+ * a pixel (the outline's corner stands when the sides give no clean line).
+ * Writes "C:\PROBERPARAM\ParaImg\FrmadeDieCorner.jpg", also on failure.
  */
 PIXMILL_API FDPoint VBcvFDCornerFind(const char* path, int cpos, int count);
 
 /*
  * As VBcvFDCornerFind, fusing only frames whose Otsu level lies above their
- * mean gray, each with dominant gray peaks removed and stretched; objects
- * must be at least 50 x 50 with square-set sides.
+ * mean gray less 5 (all frames when none does, as for a die covering most
+ * of the frame), each with dominant gray peaks removed and stretched;
+ * objects must be at least 50 x 50 with square-set sides.
  */
 PIXMILL_API FDPoint VBcvFDCornerFind_Ex(const char* path, int cpos, int count);
 
@@ -1028,6 +1034,11 @@ PIXMILL_API FDPoint VBcvFDCornerFind_Ex(const char* path, int cpos, int count);
  * for a die with a corner missing (present corners offset, missing ones 0
  * or negative) and none complete; -1 for none. corners may be null. Writes
  * "C:\PROBERPARAM\ParaImg\PinImage\PinResult_Corner.bmp".
+ * Bright dies are split from their background at Otsu's level among the
+ * grays above 127, never below 128: dies over a grey background are found
+ * to a pixel; on pure black, dies at 128 or darker are not seen (-1), noisy
+ * dies just above it break into speckle (-1), and bright dies (160 and up)
+ * are found with corners up to 2 pixels inside the die's blurred rim.
  */
 PIXMILL_API int CornerDetectF(const uint8_t* image, int size, int width, int height, int x, int y,
                               int cropWidth, int cropHeight, int dieWidth, int dieHeight,
