@@ -63,12 +63,17 @@ std::vector<CrossCorners> DetectCornersNearbyCross(const cv::Mat& gray) {
     cv::morphologyEx(binary, binary, cv::MORPH_OPEN, cv::getStructuringElement(cv::MORPH_RECT, {3, 3}, {-1, -1}));
 
     const std::vector<Band> rowBands = StreetBands(binary, true), colBands = StreetBands(binary, false);
-    std::vector<cv::Point> crosses;
+    struct Crossing {
+        cv::Point at;        // where the walks start
+        cv::Point2f centre;  // where it is reported
+    };
+    std::vector<Crossing> crosses;
     std::vector<int> rowMid, colMid;
     for (const Band& r : rowBands)
         for (const Band& c : colBands)
             if (c.length > 0.3 * r.length && c.length < 1.7 * r.length) {
-                crosses.emplace_back(c.middle(), r.middle());
+                crosses.push_back({cv::Point(c.middle(), r.middle()),
+                                   cv::Point2f(static_cast<float>(c.centre()), static_cast<float>(r.centre()))});
                 rowMid.push_back(r.middle());
                 colMid.push_back(c.middle());
             }
@@ -77,16 +82,19 @@ std::vector<CrossCorners> DetectCornersNearbyCross(const cv::Mat& gray) {
         list->erase(std::unique(list->begin(), list->end()), list->end());
     }
     // Rows of crossings first, each row from left to right.
-    std::sort(crosses.begin(), crosses.end(), [](cv::Point a, cv::Point b) { return a.y != b.y ? a.y < b.y : a.x < b.x; });
+    std::sort(crosses.begin(), crosses.end(), [](const Crossing& a, const Crossing& b) {
+        return a.at.y != b.at.y ? a.at.y < b.at.y : a.at.x < b.at.x;
+    });
 
     const int W = binary.cols, H = binary.rows;
     auto fg = [&](int x, int y) { return binary.at<uint8_t>(y, x) != 0; };
     // Quadrant signs (dx, dy) and the record slot of the die's corner there.
     const int signs[4][2] = {{-1, -1}, {1, -1}, {-1, 1}, {1, 1}};
     const int slot[4] = {2, 3, 1, 0};
-    for (const cv::Point& x0 : crosses) {
+    for (const Crossing& crossing : crosses) {
+        const cv::Point x0 = crossing.at;
         CrossCorners rec;
-        rec.cross = cv::Point2f(static_cast<float>(x0.x), static_cast<float>(x0.y));
+        rec.cross = crossing.centre;
         const auto [rowLo, rowHi] = Neighbours(rowMid, x0.y, H);
         const auto [colLo, colHi] = Neighbours(colMid, x0.x, W);
         for (int q = 0; q < 4; ++q) {

@@ -34,6 +34,9 @@ struct Band {
     // Strip i covers lines i to i + 4, so a run of strips covers its
     // length + 4 lines: the middle of those is the street's middle.
     int middle() const { return start + (length + 4) / 2; }
+    // The same middle to half a line: the walks start from `middle`, the
+    // crossing is reported at `centre`.
+    double centre() const { return start + (length + 3) / 2.0; }
 };
 
 // The street bands of a binary image (streets 0): rows when `rows`, else
