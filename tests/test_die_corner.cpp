@@ -405,6 +405,50 @@ TEST_P(FramedEdge, StepPointAndSharpFrame) {
 
 INSTANTIATE_TEST_SUITE_P(DieCorner, FramedEdge, ::testing::Range(0, 4));
 
+// A die drawn as a rectangle with exact coverage inside the dark border,
+// one frame sharp: the walk meets the die at or near its corner, where the
+// diagonal means only ramp up. The answer is the last walk point outside
+// the die, from the sharp frame.
+struct RectEdgeCase {
+    const char* name;
+    int cpos;
+    cv::Rect2d die;
+    int sharpIndex;
+};
+
+class FramedEdgeOfARectangle : public FramedDieTest, public ::testing::WithParamInterface<RectEdgeCase> {};
+
+TEST_P(FramedEdgeOfARectangle, LastBorderPointInTheSharpFrame) {
+    const RectEdgeCase c = GetParam();
+    const cv::Rect2d& d = c.die;
+    for (int i = 0; i < 3; ++i) {
+        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40));
+        FillCovered(f, {d.tl(), {d.x + d.width, d.y}, d.br(), {d.x, d.y + d.height}}, 160);
+        cv::GaussianBlur(f, f, {0, 0}, i == c.sharpIndex ? 0.5 : 2.5);
+        WriteImage("C:\\frames\\dFrameEdge" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 50 + i));
+    }
+    cv::Point truth(-1, -1);
+    for (cv::Point p = kStart[c.cpos]; !(p.x > d.x && p.x < d.x + d.width && p.y > d.y && p.y < d.y + d.height);
+         p += kStep[c.cpos])
+        truth = p;
+    const FDPoint r = VBcvFDEdgeFind(kPrefix, c.cpos, 3);
+    EXPECT_NEAR(r.X, truth.x, 1.0) << m_trace;
+    EXPECT_NEAR(r.Y, truth.y, 1.0);
+    EXPECT_EQ(r.Value, c.sharpIndex);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DieCorner, FramedEdgeOfARectangle,
+    ::testing::Values(RectEdgeCase{"centred_tl", 0, {76.5, 78.2, 325.1, 322.6}, 1},
+                      RectEdgeCase{"side_tl", 0, {126.6, 120.3, 230.2, 233.0}, 2},
+                      RectEdgeCase{"centred_tr", 1, {60.4, 57.7, 360.1, 361.5}, 0},
+                      RectEdgeCase{"side_tr", 1, {140.2, 101.9, 197.6, 252.8}, 1},
+                      RectEdgeCase{"centred_br", 2, {64.0, 70.3, 348.4, 344.9}, 2},
+                      RectEdgeCase{"side_br", 2, {118.8, 129.5, 246.2, 211.7}, 0},
+                      RectEdgeCase{"centred_bl", 3, {131.9, 134.1, 215.2, 212.0}, 1},
+                      RectEdgeCase{"side_bl", 3, {107.3, 96.4, 262.5, 270.1}, 2}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 class FramedTheta : public FramedDieTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(FramedTheta, LineOfTheDieInTheSharpFrame) {

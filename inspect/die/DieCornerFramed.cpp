@@ -586,6 +586,44 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
 
 }  // namespace
 
+namespace {
+
+// The border step on the frames themselves. The averaged walk finds where
+// the die begins only when its border runs along the averaged diagonals:
+// across a die's corner the diagonal means rise over many steps, and their
+// best score lands up to some thirty steps inside the die, in whichever
+// frame. So the step is then looked for on the frames: along the same walk,
+// the greatest rise from one step to the next, from kRawBack steps before
+// the averaged answer to kRawAhead after it (along the whole walk when
+// there is none). The frame with the greatest rise is the sharpest at the
+// border; the point is the last one before the rise.
+constexpr int kRawBack = 40, kRawAhead = 15;
+constexpr double kMinRawStep = 6.0;
+
+struct RawStep {
+    int frame = -1;
+    cv::Point at{-1, -1};
+    double rise = 0.0;
+};
+
+RawStep FindRawStep(const std::vector<cv::Mat>& regions, int cpos, int fromStep, int toStep) {
+    RawStep best;
+    const cv::Point step = WalkStep(cpos);
+    for (size_t i = 0; i < regions.size(); ++i) {
+        const cv::Mat& a = regions[i];
+        const cv::Point start = WalkStart(cpos, a.cols, a.rows);
+        for (int n = std::max(fromStep, 0); n <= toStep && n < kMaxSteps; ++n) {
+            const cv::Point p = start + step * n;
+            if (p.x > a.cols - kMargin || p.x < kMargin) break;
+            const double rise = Clamped(a, p + step) - Clamped(a, p);
+            if (rise > best.rise) best = RawStep{static_cast<int>(i), p, rise};
+        }
+    }
+    return best.rise >= kMinRawStep ? best : RawStep{};
+}
+
+}  // namespace
+
 FDPoint FDEdgeFind(const char* path, int cpos, int count, ImageStore& store) noexcept {
     return RunGuarded(
         kNoFDPoint,
@@ -607,7 +645,13 @@ FDPoint FDEdgeFind(const char* path, int cpos, int count, ImageStore& store) noe
                         r = FDPoint{static_cast<double>(e.at.x), static_cast<double>(e.at.y), static_cast<double>(i)};
                     }
                 }
-                // No frame with a step scoring above 0: nothing chosen.
+                const int averagedStep = r.Value < 0 ? -1 : (static_cast<int>(r.X) - WalkStart(cpos, kRegion, kRegion).x) * WalkStep(cpos).x;
+                const RawStep raw = averagedStep < 0 ? FindRawStep(regions, cpos, 0, kMaxSteps)
+                                                     : FindRawStep(regions, cpos, averagedStep - kRawBack,
+                                                                   averagedStep + kRawAhead);
+                if (raw.frame >= 0)
+                    r = FDPoint{static_cast<double>(raw.at.x), static_cast<double>(raw.at.y), static_cast<double>(raw.frame)};
+                // No frame with a step: nothing chosen.
                 if (r.Value < 0) return kNoFDPoint;
                 VBcvTrace("[VBcvFDEdgeFind] Image Num : %d, Center Pos(%d), Pixel X : %0.0lf, Pixel Y : %0.0lf\n",
                           static_cast<int>(r.Value), cpos, r.X, r.Y);
