@@ -416,6 +416,10 @@ struct RectEdgeCase {
     int sharpIndex;
 };
 
+void PrintTo(const RectEdgeCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
 class FramedEdgeOfARectangle : public FramedDieTest, public ::testing::WithParamInterface<RectEdgeCase> {};
 
 TEST_P(FramedEdgeOfARectangle, LastBorderPointInTheSharpFrame) {
@@ -474,6 +478,34 @@ TEST_P(FramedTheta, LineOfTheDieInTheSharpFrame) {
 }
 
 INSTANTIATE_TEST_SUITE_P(DieCorner, FramedTheta, ::testing::Range(0, 4));
+
+// A die that does not span the frame, inside its dark border: the lines
+// beside it show no side and must not pull the answer. The side sought
+// (top, right, bottom, left for cpos 0 to 3) within a pixel, from the
+// sharp frame.
+class FramedThetaOfARectangle : public FramedDieTest, public ::testing::WithParamInterface<RectEdgeCase> {};
+
+TEST_P(FramedThetaOfARectangle, SideOfTheDieInTheSharpFrame) {
+    const RectEdgeCase c = GetParam();
+    const cv::Rect2d& d = c.die;
+    for (int i = 0; i < 3; ++i) {
+        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40));
+        FillCovered(f, {d.tl(), {d.x + d.width, d.y}, d.br(), {d.x, d.y + d.height}}, 90);
+        cv::GaussianBlur(f, f, {0, 0}, i == c.sharpIndex ? 0.5 : 2.5);
+        WriteImage("C:\\frames\\dFrameTheta" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 60 + i));
+    }
+    const double side[4] = {d.y, d.x + d.width, d.y + d.height, d.x};
+    const FDPoint r = VBcvFDThetaFind(kPrefix, c.cpos, 3);
+    EXPECT_NEAR(c.cpos % 2 == 0 ? r.Y : r.X, side[c.cpos], 1.0) << m_trace;
+    EXPECT_EQ(r.Value, c.sharpIndex);
+}
+
+INSTANTIATE_TEST_SUITE_P(DieCorner, FramedThetaOfARectangle,
+                         ::testing::Values(RectEdgeCase{"top", 0, {101.3, 123.4, 190.2, 230.5}, 2},
+                                           RectEdgeCase{"right", 1, {70.8, 52.6, 281.8, 300.3}, 1},
+                                           RectEdgeCase{"bottom", 2, {40.0, 95.2, 380.6, 237.3}, 0},
+                                           RectEdgeCase{"left", 3, {40.1, 160.7, 333.3, 120.9}, 1}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 struct CornerSeriesCase {
     const char* name;

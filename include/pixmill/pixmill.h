@@ -1001,7 +1001,9 @@ PIXMILL_API FDPoint VBcvFDEdgeFind(const char* path, int cpos, int count);
  * The die's side as a straight line in the frame with the strongest edge
  * (above 1000): horizontal for cpos 0 and 2 (X = 240, Y = the line), vertical
  * for 1 and 3 (Y = 240). The line is the first row or column of the die
- * itself, not the start of the 5-line window that found it.
+ * itself, not the start of the 5-line window that found it. Lines across
+ * the side whose 5-line means step by less than 10 grays (border beside a
+ * die that does not span the frame) take no part in the mean.
  */
 PIXMILL_API FDPoint VBcvFDThetaFind(const char* path, int cpos, int count);
 

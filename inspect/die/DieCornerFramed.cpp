@@ -125,6 +125,10 @@ FramedEdge ScanFramedEdge(const cv::Mat& a, int cpos) {
     return best;
 }
 
+// Least step of a column's 5-line means, in grays, for the column to show
+// the die's side.
+constexpr double kMinLineStep = 10.0;
+
 FramedLine ScanFramedLine(const cv::Mat& region, int cpos) {
     FramedLine line;
     if (region.empty() || !KnownCpos(cpos)) return line;
@@ -155,7 +159,10 @@ FramedLine ScanFramedLine(const cv::Mat& region, int cpos) {
                 at = r + 5;
             }
         }
-        if (at >= 0) positions.push_back(at);
+        // A line with no step from dark to bright (a column of border
+        // alone, beside a die that does not span the frame) has its least
+        // difference in the noise, anywhere: it takes no part.
+        if (at >= 0 && best <= -kMinLineStep) positions.push_back(at);
     }
     if (positions.empty()) return line;
     double sum = 0;
