@@ -515,6 +515,7 @@ struct CornerSeriesCase {
     double angle;        // degrees
     int sharpIndex;      // the one sharp frame of three
     double texture;      // spread of the die's circuit texture; 0: a plain die
+    cv::Size2d size{2000, 2000};
 };
 
 void PrintTo(const CornerSeriesCase& c, std::ostream* out) {
@@ -534,7 +535,8 @@ TEST_P(FramedCorner, CornerNearestTheReference) {
     auto at = [&](double dx, double dy) {
         return cv::Point2d(c.corner.x + cs * dx - sn * dy, c.corner.y + sn * dx + cs * dy);
     };
-    const std::vector<cv::Point2d> die{at(0, 0), at(sx * 2000, 0), at(sx * 2000, sy * 2000), at(0, sy * 2000)};
+    const double w = c.size.width, h = c.size.height;
+    const std::vector<cv::Point2d> die{at(0, 0), at(sx * w, 0), at(sx * w, sy * h), at(0, sy * h)};
     for (int i = 0; i < 3; ++i) {
         cv::Mat cover(480, 640, CV_8UC1, cv::Scalar(0)), share, texture(480, 640, CV_32F), frame;
         FillCovered(cover, die, 255);
@@ -567,7 +569,12 @@ INSTANTIATE_TEST_SUITE_P(
                       CornerSeriesCase{"ex_tl_near", 0, true, {153.5, 101.6}, -0.84, 1, 18},
                       CornerSeriesCase{"ex_tr_near", 1, true, {358.2, 131.1}, 0.33, 1, 18},
                       CornerSeriesCase{"ex_br_plain", 2, true, {267.5, 267.3}, 0.25, 2, 0},
-                      CornerSeriesCase{"ex_bl_last", 3, true, {158.4, 280.7}, -0.68, 2, 18}),
+                      CornerSeriesCase{"ex_bl_last", 3, true, {158.4, 280.7}, -0.68, 2, 18},
+                      // Whole dies inside their dark border.
+                      CornerSeriesCase{"whole_tl", 0, false, {100.3, 90.6}, 0.4, 1, 18, {280, 300}},
+                      CornerSeriesCase{"whole_tr_plain", 1, false, {390.2, 88.4}, -0.5, 0, 0, {300, 310}},
+                      CornerSeriesCase{"ex_whole_br", 2, true, {401.7, 396.1}, 0.3, 2, 18, {290, 280}},
+                      CornerSeriesCase{"ex_whole_bl_plain", 3, true, {75.5, 402.9}, -0.2, 1, 0, {320, 300}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

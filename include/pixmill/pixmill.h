@@ -1013,7 +1013,8 @@ PIXMILL_API FDPoint VBcvFDThetaFind(const char* path, int cpos, int count);
  * convex hulls, and the corner of kind cpos (top-left, top-right,
  * bottom-right, bottom-left) nearest the reference corner; corners within
  * 20 pixels of a side are never taken. A plain die, which fuses to an open
- * rim, is outlined from its sharpest frame split at its Otsu level. The
+ * rim, is outlined from its sharpest frame split at its Otsu level, and a
+ * whole die inside its border (reaching no side) from that shape too. The
  * corner is then measured on the die's two sides in the sharpest frame of
  * the series: X, Y is the centre of the die's corner pixel, to a fraction of
  * a pixel (the outline's corner stands when the sides give no clean line).

@@ -288,7 +288,7 @@ bool SquareSet(double angle) {
 
 }  // namespace
 
-CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag) {
+CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag, bool anywhere) {
     CornerLists lists;
     for (auto& l : lists) l.reserve(512);
     if (fusedIn.empty()) return lists;
@@ -326,7 +326,7 @@ CornerLists FusedCorners(const cv::Mat& fusedIn, bool extended, const char* tag)
         for (const cv::Point2f& p : corners)
             nearLimit += p.x <= 5 + kSlack || p.y <= 5 + kSlack || p.x >= W - 1 - 5 - kSlack ||
                          p.y >= H - 1 - 5 - kSlack;
-        if (nearLimit < 2 || area <= 500.0 || box.size.width <= 20.0 || box.size.height <= 20.0)
+        if ((nearLimit < 2 && !anywhere) || area <= 500.0 || box.size.width <= 20.0 || box.size.height <= 20.0)
             cv::drawContours(kept, contours, static_cast<int>(i), cv::Scalar(0), cv::FILLED);
     }
     // Their convex outlines.
@@ -543,10 +543,14 @@ FDPoint CornerFind(const char* path, int cpos, int count, ImageStore& store, boo
                 // where the die runs out of the frame and outlines no corner.
                 // Its sharpest frame, split at its Otsu level, gives the die
                 // as a solid shape to outline instead.
+                // A whole die inside its border reaches no side of the frame;
+                // it is outlined last, from the same solid shape.
                 if (lists[CornerSlot(cpos)].empty()) {
                     const cv::Mat* sharpest = SharpestFrame(regions, cv::Rect(0, 0, kRegion, kRegion));
                     const cv::Mat mask = sharpest ? SplitMask(*sharpest) : cv::Mat();
                     if (!mask.empty()) lists = FusedCorners(mask, extended, tag);
+                    if (!mask.empty() && lists[CornerSlot(cpos)].empty())
+                        lists = FusedCorners(mask, extended, tag, true);
                 }
                 FDPoint r = kNoFDPoint;
                 const cv::Point ref = Reference(cpos);

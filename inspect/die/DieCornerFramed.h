@@ -45,9 +45,11 @@ FramedLine ScanFramedLine(const cv::Mat& region, int cpos);
 // The corner candidates of a fused region: for each of the four corner
 // slots of the objects found (in their contour order), the points lying
 // more than 20 pixels inside the region. `extended` applies the stricter
-// object rules of VBcvFDCornerFind_Ex.
+// object rules of VBcvFDCornerFind_Ex. Objects must reach the frame's
+// sides (two points of their box within 5 pixels of a limit) unless
+// `anywhere`.
 using CornerLists = std::array<std::vector<cv::Point>, 4>;
-CornerLists FusedCorners(const cv::Mat& fused, bool extended, const char* tag);
+CornerLists FusedCorners(const cv::Mat& fused, bool extended, const char* tag, bool anywhere = false);
 
 // The fused, contrast-cleaned image of a series of 480 x 480 regions (all
 // of them are used); empty for an empty series or one whose first frame has
