@@ -383,6 +383,17 @@ protected:
             WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp",
                        Frame(bright, i == sharpIndex ? 0.0 : 4.0, 100 + i, die));
     }
+    // Frames 0..2 of "<prefix><stem><i>.bmp": a die drawn as a rectangle
+    // with exact coverage at `level` inside the dark border (40), frame
+    // `sharpIndex` sharp and the others blurred.
+    void WriteRectangleSeries(const char* stem, const cv::Rect2d& d, double level, int sharpIndex) {
+        for (int i = 0; i < 3; ++i) {
+            cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40));
+            FillCovered(f, {d.tl(), {d.x + d.width, d.y}, d.br(), {d.x, d.y + d.height}}, level);
+            cv::GaussianBlur(f, f, {0, 0}, i == sharpIndex ? 0.5 : 2.5);
+            WriteImage(std::string("C:\\frames\\d") + stem + std::to_string(i) + ".bmp", Noisy(f, 2.0, 50 + i));
+        }
+    }
     static constexpr const char* kPrefix = "C:\\frames\\d";
 };
 
@@ -425,12 +436,7 @@ class FramedEdgeOfARectangle : public FramedDieTest, public ::testing::WithParam
 TEST_P(FramedEdgeOfARectangle, LastBorderPointInTheSharpFrame) {
     const RectEdgeCase c = GetParam();
     const cv::Rect2d& d = c.die;
-    for (int i = 0; i < 3; ++i) {
-        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40));
-        FillCovered(f, {d.tl(), {d.x + d.width, d.y}, d.br(), {d.x, d.y + d.height}}, 160);
-        cv::GaussianBlur(f, f, {0, 0}, i == c.sharpIndex ? 0.5 : 2.5);
-        WriteImage("C:\\frames\\dFrameEdge" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 50 + i));
-    }
+    WriteRectangleSeries("FrameEdge", d, 160, c.sharpIndex);
     cv::Point truth(-1, -1);
     for (cv::Point p = kStart[c.cpos]; !(p.x > d.x && p.x < d.x + d.width && p.y > d.y && p.y < d.y + d.height);
          p += kStep[c.cpos])
@@ -488,12 +494,7 @@ class FramedThetaOfARectangle : public FramedDieTest, public ::testing::WithPara
 TEST_P(FramedThetaOfARectangle, SideOfTheDieInTheSharpFrame) {
     const RectEdgeCase c = GetParam();
     const cv::Rect2d& d = c.die;
-    for (int i = 0; i < 3; ++i) {
-        cv::Mat f(480, 640, CV_8UC1, cv::Scalar(40));
-        FillCovered(f, {d.tl(), {d.x + d.width, d.y}, d.br(), {d.x, d.y + d.height}}, 90);
-        cv::GaussianBlur(f, f, {0, 0}, i == c.sharpIndex ? 0.5 : 2.5);
-        WriteImage("C:\\frames\\dFrameTheta" + std::to_string(i) + ".bmp", Noisy(f, 2.0, 60 + i));
-    }
+    WriteRectangleSeries("FrameTheta", d, 90, c.sharpIndex);
     const double side[4] = {d.y, d.x + d.width, d.y + d.height, d.x};
     const FDPoint r = VBcvFDThetaFind(kPrefix, c.cpos, 3);
     EXPECT_NEAR(c.cpos % 2 == 0 ? r.Y : r.X, side[c.cpos], 1.0) << m_trace;
