@@ -8,7 +8,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "Filters/ImageLoop.h"
+#include "Filters/DieFilterLoop.h"
 #include "framework/FilterRegistry.h"
 #include "inspect/die/DieCornerADI.h"
 #include "inspect/die/DieCornerImage.h"
@@ -40,25 +40,15 @@ void CADIHighAlign::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     s.scale = pixmill::ParamValue<float>(params, L"Scale", 1.0f);
     s.bright = pixmill::ParamValue<bool>(params, L"W/B", true);
     s.absolute = pixmill::ParamValue<int>(params, L"ABSolute", 128);
-    LogW(1, L"Get Input Image");
-    std::vector<cv::Mat> results;
-    for (IPin* pin : pins) {
-        if (pin->IsOutput() || pin->GetKey() != 1) continue;
-        for (cv::Mat* image : pin->GetImage()) {
-            const cv::Mat gray = die::DieGray(image ? *image : cv::Mat(), "ADIHighAlign");
-            const die::ADIHighResult r = die::ADIHighAlign(gray, s);
-            cv::Mat canvas = die::DieCanvas(gray);
-            if (r.found && !canvas.empty())
-                cv::circle(canvas, cv::Point(cvRound(r.centre.x), cvRound(r.centre.y)), 10, cv::Scalar(0, 0, 255), 2,
-                           cv::LINE_8);
-            SetResult(L"{\"Center_X\":\"%.1f\", \"Center_Y\":\"%.1f\", \"Width\":\"%d\", \"Height\":\"%d\", "
-                      L"\"bLeft\":\"%d\", \"bTop\":\"%d\", \"bRight\":\"%d\", \"bBottom\":\"%d\"}",
-                      r.centre.x, r.centre.y, r.width, r.height, int(r.left), int(r.top), int(r.right), int(r.bottom));
-            results.push_back(canvas);
-        }
-    }
-    LogW(1, L"Out convert");
-    pixmill::filters::SetOutputImages(pins, results);
+    pixmill::filters::RunOnDieImages(pins, "ADIHighAlign", [&](const cv::Mat& gray, cv::Mat& canvas) {
+        const die::ADIHighResult r = die::ADIHighAlign(gray, s);
+        if (r.found && !canvas.empty())
+            cv::circle(canvas, cv::Point(cvRound(r.centre.x), cvRound(r.centre.y)), 10, cv::Scalar(0, 0, 255), 2,
+                       cv::LINE_8);
+        SetResult(L"{\"Center_X\":\"%.1f\", \"Center_Y\":\"%.1f\", \"Width\":\"%d\", \"Height\":\"%d\", "
+                  L"\"bLeft\":\"%d\", \"bTop\":\"%d\", \"bRight\":\"%d\", \"bBottom\":\"%d\"}",
+                  r.centre.x, r.centre.y, r.width, r.height, int(r.left), int(r.top), int(r.right), int(r.bottom));
+    });
 }
 
 void CADIHighAlign::Trace() {

@@ -9,7 +9,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "Filters/ImageLoop.h"
+#include "Filters/DieFilterLoop.h"
 #include "framework/FilterRegistry.h"
 #include "inspect/die/DieCornerADI.h"
 #include "inspect/die/DieCornerImage.h"
@@ -45,28 +45,18 @@ void CADILowAlign::Proc(std::vector<IPin*> pins, std::vector<IParam*> params) {
     s.area.scale = pixmill::ParamValue<float>(params, L"Scale", 1.0f);
     s.area.bright = pixmill::ParamValue<bool>(params, L"W/B", true);
     s.area.absolute = pixmill::ParamValue<int>(params, L"ABSolute", 128);
-    LogW(1, L"Get Input Image");
-    std::vector<cv::Mat> results;
-    for (IPin* pin : pins) {
-        if (pin->IsOutput() || pin->GetKey() != 1) continue;
-        for (cv::Mat* image : pin->GetImage()) {
-            const cv::Mat gray = die::DieGray(image ? *image : cv::Mat(), "ADILowAlign");
-            const std::vector<cv::Point> crosses = die::ADILowAlign(gray, s);
-            cv::Mat canvas = die::DieCanvas(gray);
-            std::wstring text;
-            die::AppendWide(text, L"{ \"Count\":\"%d\", \"crosses\":[", static_cast<int>(crosses.size()));
-            for (size_t i = 0; i < crosses.size(); ++i) {
-                die::AppendWide(text, L"%ls{\"Cross\":\"%d\", \"X\":\"%d\", \"Y\":\"%d\"}", i ? L"," : L"",
-                                static_cast<int>(i), crosses[i].x, crosses[i].y);
-                if (!canvas.empty()) cv::circle(canvas, crosses[i], 10, cv::Scalar(0, 0, 255), 2, cv::LINE_8);
-            }
-            text += L"]}";
-            SetResult(L"%ls", text.c_str());
-            results.push_back(canvas);
+    pixmill::filters::RunOnDieImages(pins, "ADILowAlign", [&](const cv::Mat& gray, cv::Mat& canvas) {
+        const std::vector<cv::Point> crosses = die::ADILowAlign(gray, s);
+        std::wstring text;
+        die::AppendWide(text, L"{ \"Count\":\"%d\", \"crosses\":[", static_cast<int>(crosses.size()));
+        for (size_t i = 0; i < crosses.size(); ++i) {
+            die::AppendWide(text, L"%ls{\"Cross\":\"%d\", \"X\":\"%d\", \"Y\":\"%d\"}", i ? L"," : L"",
+                            static_cast<int>(i), crosses[i].x, crosses[i].y);
+            if (!canvas.empty()) cv::circle(canvas, crosses[i], 10, cv::Scalar(0, 0, 255), 2, cv::LINE_8);
         }
-    }
-    LogW(1, L"Out convert");
-    pixmill::filters::SetOutputImages(pins, results);
+        text += L"]}";
+        SetResult(L"%ls", text.c_str());
+    });
 }
 
 void CADILowAlign::Trace() {

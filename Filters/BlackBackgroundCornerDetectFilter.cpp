@@ -1,6 +1,6 @@
 #include "Filters/BlackBackgroundCornerDetectFilter.h"
 
-#include "Filters/ImageLoop.h"
+#include "Filters/DieFilterLoop.h"
 #include "framework/FilterRegistry.h"
 #include "inspect/die/DieCornerBlack.h"
 #include "inspect/die/DieCornerImage.h"
@@ -29,34 +29,24 @@ void CBlackBackgroundCornerDetectFilter::Proc(std::vector<IPin*> pins, std::vect
     s.toleranceHeight = pixmill::ParamValue<int>(params, L"ToleranceHeight", 0);
     s.searchMode = pixmill::ParamValue<int>(params, L"SearchMode", 0);
     LogW(1, L"OptionRead");
-    LogW(1, L"Get Input Image");
-    std::vector<cv::Mat> results;
-    for (IPin* pin : pins) {
-        if (pin->IsOutput() || pin->GetKey() != 1) continue;
-        for (cv::Mat* image : pin->GetImage()) {
-            const cv::Mat gray = die::DieGray(image ? *image : cv::Mat(), "BlackBackgroundCornerDetectFilter");
-            const std::vector<die::DieCorners> dies = die::DetectBlackBackgroundDies(gray.clone(), s);
-            cv::Mat canvas = die::DieCanvas(gray);
-            std::wstring text;
-            die::AppendWide(text, L"{ \"Count\":\"%d\", \"Dies\":[", static_cast<int>(dies.size()));
-            for (size_t i = 0; i < dies.size(); ++i) {
-                const die::DieCorners& d = dies[i];
-                if (!canvas.empty()) die::DrawDieCorners(canvas, d);
-                if (i > 0) text += L",";
-                die::AppendWide(text,
-                                L"{\"Die\":\"%d\", \"LT_X\":\"%.1f\", \"LT_Y\":\"%.1f\", \"RT_X\":\"%.1f\", "
-                                L"\"RT_Y\":\"%.1f\", \"RB_X\":\"%.1f\", \"RB_Y\":\"%.1f\", \"LB_X\":\"%.1f\", "
-                                L"\"LB_Y\":\"%.1f\"}",
-                                static_cast<int>(i), d.corner[0].x, d.corner[0].y, d.corner[1].x, d.corner[1].y,
-                                d.corner[2].x, d.corner[2].y, d.corner[3].x, d.corner[3].y);
-            }
-            text += L"]}";
-            SetResult(L"%ls", text.c_str());
-            results.push_back(canvas);
+    pixmill::filters::RunOnDieImages(pins, "BlackBackgroundCornerDetectFilter", [&](const cv::Mat& gray, cv::Mat& canvas) {
+        const std::vector<die::DieCorners> dies = die::DetectBlackBackgroundDies(gray.clone(), s);
+        std::wstring text;
+        die::AppendWide(text, L"{ \"Count\":\"%d\", \"Dies\":[", static_cast<int>(dies.size()));
+        for (size_t i = 0; i < dies.size(); ++i) {
+            const die::DieCorners& d = dies[i];
+            if (!canvas.empty()) die::DrawDieCorners(canvas, d);
+            if (i > 0) text += L",";
+            die::AppendWide(text,
+                            L"{\"Die\":\"%d\", \"LT_X\":\"%.1f\", \"LT_Y\":\"%.1f\", \"RT_X\":\"%.1f\", "
+                            L"\"RT_Y\":\"%.1f\", \"RB_X\":\"%.1f\", \"RB_Y\":\"%.1f\", \"LB_X\":\"%.1f\", "
+                            L"\"LB_Y\":\"%.1f\"}",
+                            static_cast<int>(i), d.corner[0].x, d.corner[0].y, d.corner[1].x, d.corner[1].y,
+                            d.corner[2].x, d.corner[2].y, d.corner[3].x, d.corner[3].y);
         }
-    }
-    LogW(1, L"Out convert");
-    pixmill::filters::SetOutputImages(pins, results);
+        text += L"]}";
+        SetResult(L"%ls", text.c_str());
+    });
 }
 
 void CBlackBackgroundCornerDetectFilter::Trace() {

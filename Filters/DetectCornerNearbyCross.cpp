@@ -1,6 +1,6 @@
 #include "Filters/DetectCornerNearbyCross.h"
 
-#include "Filters/ImageLoop.h"
+#include "Filters/DieFilterLoop.h"
 #include "framework/FilterRegistry.h"
 #include "inspect/die/DieCornerCross.h"
 #include "inspect/die/DieCornerImage.h"
@@ -17,38 +17,28 @@ CDetectCornerNearbyCross::CDetectCornerNearbyCross() {
 void CDetectCornerNearbyCross::Proc(std::vector<IPin*> pins, std::vector<IParam*> /*params*/) {
     Trace();
     LogW(1, L"OptionRead");
-    LogW(1, L"Get Input Image");
-    std::vector<cv::Mat> results;
-    for (IPin* pin : pins) {
-        if (pin->IsOutput() || pin->GetKey() != 1) continue;
-        for (cv::Mat* image : pin->GetImage()) {
-            const cv::Mat gray = die::DieGray(image ? *image : cv::Mat(), "DetectCornerNearbyCross");
-            const std::vector<die::CrossCorners> crosses = die::DetectCornersNearbyCross(gray);
-            cv::Mat canvas = die::DieCanvas(gray);
-            std::wstring text;
-            die::AppendWide(text, L"{ \"Count\":\"%d\", \"Cross\":[", static_cast<int>(crosses.size()));
-            for (size_t i = 0; i < crosses.size(); ++i) {
-                const die::CrossCorners& c = crosses[i];
-                if (!canvas.empty()) die::DrawCrossCorners(canvas, c);
-                if (i > 0) text += L",";
-                const auto& f = c.first;
-                const auto& s = c.second;
-                die::AppendWide(
-                    text,
-                    L"{\"Cross\":\"%d\", \"F_LT_X\":\"%.1f\", \"F_LT_Y\":\"%.1f\", \"F_RT_X\":\"%.1f\", \"F_RT_Y\":\"%.1f\", "
-                    L"\"F_RB_X\":\"%.1f\", \"F_RB_Y\":\"%.1f\", \"F_LB_X\":\"%.1f\", \"F_LB_Y\":\"%.1f\", \"S_LT_X\":\"%.1f\", "
-                    L"\"S_LT_Y\":\"%.1f\", \"S_RT_X\":\"%.1f\", \"S_RT_Y\":\"%.1f\", \"S_RB_X\":\"%.1f\", \"S_RB_Y\":\"%.1f\", "
-                    L"\"S_LB_X\":\"%.1f\", \"S_LB_Y\":\"%.1f\"}",
-                    static_cast<int>(i), f[0].x, f[0].y, f[1].x, f[1].y, f[2].x, f[2].y, f[3].x, f[3].y, s[0].x, s[0].y,
-                    s[1].x, s[1].y, s[2].x, s[2].y, s[3].x, s[3].y);
-            }
-            text += L"]}";
-            SetResult(L"%ls", text.c_str());
-            results.push_back(canvas);
+    pixmill::filters::RunOnDieImages(pins, "DetectCornerNearbyCross", [&](const cv::Mat& gray, cv::Mat& canvas) {
+        const std::vector<die::CrossCorners> crosses = die::DetectCornersNearbyCross(gray);
+        std::wstring text;
+        die::AppendWide(text, L"{ \"Count\":\"%d\", \"Cross\":[", static_cast<int>(crosses.size()));
+        for (size_t i = 0; i < crosses.size(); ++i) {
+            const die::CrossCorners& c = crosses[i];
+            if (!canvas.empty()) die::DrawCrossCorners(canvas, c);
+            if (i > 0) text += L",";
+            const auto& f = c.first;
+            const auto& s = c.second;
+            die::AppendWide(
+                text,
+                L"{\"Cross\":\"%d\", \"F_LT_X\":\"%.1f\", \"F_LT_Y\":\"%.1f\", \"F_RT_X\":\"%.1f\", \"F_RT_Y\":\"%.1f\", "
+                L"\"F_RB_X\":\"%.1f\", \"F_RB_Y\":\"%.1f\", \"F_LB_X\":\"%.1f\", \"F_LB_Y\":\"%.1f\", \"S_LT_X\":\"%.1f\", "
+                L"\"S_LT_Y\":\"%.1f\", \"S_RT_X\":\"%.1f\", \"S_RT_Y\":\"%.1f\", \"S_RB_X\":\"%.1f\", \"S_RB_Y\":\"%.1f\", "
+                L"\"S_LB_X\":\"%.1f\", \"S_LB_Y\":\"%.1f\"}",
+                static_cast<int>(i), f[0].x, f[0].y, f[1].x, f[1].y, f[2].x, f[2].y, f[3].x, f[3].y, s[0].x, s[0].y,
+                s[1].x, s[1].y, s[2].x, s[2].y, s[3].x, s[3].y);
         }
-    }
-    LogW(1, L"Out convert");
-    pixmill::filters::SetOutputImages(pins, results);
+        text += L"]}";
+        SetResult(L"%ls", text.c_str());
+    });
 }
 
 void CDetectCornerNearbyCross::Trace() {

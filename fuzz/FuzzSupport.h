@@ -3,7 +3,9 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <functional>
 #include <limits>
+#include <opencv2/core.hpp>
 #include <string>
 
 namespace pixmill::fuzz {
@@ -40,6 +42,18 @@ inline double AnyDouble(FuzzedDataProvider& in, double low, double high) {
         case 3: return 0.0;
         default: return in.ConsumeFloatingPointInRange(low, high);
     }
+}
+
+// Writes a camera frame file at `native`: a flat ground at the camera's size
+// (640 x 480) or another, gray or colour, on which `draw` paints a shape;
+// or raw pixels; or up to `junkBytes` bytes that may not be an image at all.
+void WriteFrameFile(FuzzedDataProvider& in, const std::string& native, size_t junkBytes,
+                    const std::function<void(FuzzedDataProvider&, cv::Mat&)>& draw);
+
+// A reported coordinate of the frame functions: -1.0 or inside the
+// 480 x 480 region.
+inline bool InRegion(double v) {
+    return v == -1.0 || (v >= 0.0 && v <= 479.0);
 }
 
 }  // namespace pixmill::fuzz

@@ -16,6 +16,7 @@
 #include "platform/Platform.h"
 
 using pixmill::fuzz::AnyInt;
+using pixmill::fuzz::InRegion;
 
 namespace {
 
@@ -24,27 +25,11 @@ const char* const kPrefix = "C:\\fuzz\\die";
 // A bright rectangle on a dark ground (at camera size or another), raw
 // pixels, or bytes that may not be an image at all.
 void WriteFrame(FuzzedDataProvider& in, const std::string& native) {
-    const int mode = in.ConsumeIntegralInRange(0, 3);
-    if (mode == 3) {
-        pixmill::platform::WriteWholeFile(native, in.ConsumeRandomLengthString(512));
-        return;
-    }
-    cv::Size size(640, 480);
-    if (in.ConsumeBool()) size = {in.ConsumeIntegralInRange(1, 700), in.ConsumeIntegralInRange(1, 520)};
-    cv::Mat image(size, in.ConsumeBool() ? CV_8UC1 : CV_8UC3, cv::Scalar::all(in.ConsumeIntegral<uint8_t>()));
-    if (mode == 0) {
+    pixmill::fuzz::WriteFrameFile(in, native, 512, [](FuzzedDataProvider& in, cv::Mat& image) {
         const cv::Rect r(in.ConsumeIntegralInRange(-100, 700), in.ConsumeIntegralInRange(-100, 600),
                          in.ConsumeIntegralInRange(0, 800), in.ConsumeIntegralInRange(0, 800));
         cv::rectangle(image, r, cv::Scalar::all(in.ConsumeIntegral<uint8_t>()), cv::FILLED);
-    } else if (mode == 1) {
-        const std::vector<uint8_t> px = in.ConsumeBytes<uint8_t>(image.total() * image.elemSize());
-        std::copy(px.begin(), px.end(), image.data);
-    }
-    cv::imwrite(native, image);
-}
-
-bool InRegion(double v) {
-    return v == -1.0 || (v >= 0.0 && v <= 479.0);
+    });
 }
 
 cv::Mat DrawnDies(FuzzedDataProvider& in, cv::Size size) {
